@@ -1,0 +1,12 @@
+#ifndef QVDEMO_H
+#define QVDEMO_H
+
+#include "qvlib.h"
+
+/* Prints a section heading. */
+void demo_heading(const char *title);
+
+void demo_foundation(void);
+/* @@demo declarations@@ */
+
+#endif
