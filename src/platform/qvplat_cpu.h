@@ -9,4 +9,7 @@ namespace qv::plat {
 // with. Always false on other architectures.
 bool cpu_has_sha_extensions() noexcept;
 
+// True if the processor executes SSSE3 (x86 only).
+bool cpu_has_ssse3() noexcept;
+
 }  // namespace qv::plat

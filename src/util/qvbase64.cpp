@@ -15,6 +15,14 @@
 #include <cstring>
 
 #include "internal/qvinternal.h"
+#include "platform/qvplat_cpu.h"
+
+#if defined(__x86_64__) || defined(__i386__)
+#include <immintrin.h>
+#define QV_BASE64_SSSE3 1
+#else
+#define QV_BASE64_SSSE3 0
+#endif
 
 namespace {
 
@@ -84,6 +92,81 @@ inline void store3_wide(unsigned char *d, uint32_t v) noexcept {
 #endif
 }
 
+#if QV_BASE64_SSSE3
+bool have_ssse3() noexcept {
+    static const bool yes = qv::plat::cpu_has_ssse3();
+    return yes;
+}
+
+// Twelve input bytes become sixteen characters per step: the bytes are
+// spread so that each 32-bit lane holds one 3-byte group, the four 6-bit
+// fields are moved into the lane's four bytes with two multiplies, and each
+// field is turned into its character by adding an offset chosen by range
+// (A-Z, a-z, 0-9, "+", "/") through one shuffle. Encodes while 16 bytes can
+// be read; returns the number of input bytes consumed (a multiple of 3).
+__attribute__((target("ssse3"))) size_t encode_ssse3(const unsigned char *in, size_t size, char *out) noexcept {
+    const __m128i spread = _mm_set_epi8(10, 11, 9, 10, 7, 8, 6, 7, 4, 5, 3, 4, 1, 2, 0, 1);
+    const __m128i mask_ac = _mm_set1_epi32(0x0fc0fc00);
+    const __m128i mul_ac = _mm_set1_epi32(0x04000040);
+    const __m128i mask_bd = _mm_set1_epi32(0x003f03f0);
+    const __m128i mul_bd = _mm_set1_epi32(0x01000010);
+    const __m128i offsets = _mm_setr_epi8('a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
+                                          '0' - 52, '0' - 52, '0' - 52, '0' - 52, '+' - 62, '/' - 63, 'A', 0, 0);
+    size_t i = 0;
+    for (; i + 16 <= size; i += 12, out += 16) {
+        __m128i v = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(in + i)), spread);
+        const __m128i ac = _mm_mulhi_epu16(_mm_and_si128(v, mask_ac), mul_ac);
+        const __m128i bd = _mm_mullo_epi16(_mm_and_si128(v, mask_bd), mul_bd);
+        const __m128i idx = _mm_or_si128(ac, bd);
+        // 0..51 -> 0, 52..61 -> 1..10, 62 -> 11, 63 -> 12; then 0..25 -> 13.
+        __m128i range = _mm_subs_epu8(idx, _mm_set1_epi8(51));
+        const __m128i upper = _mm_cmpgt_epi8(_mm_set1_epi8(26), idx);
+        range = _mm_or_si128(range, _mm_and_si128(upper, _mm_set1_epi8(13)));
+        v = _mm_add_epi8(idx, _mm_shuffle_epi8(offsets, range));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out), v);
+    }
+    return i;
+}
+
+// Sixteen characters become twelve bytes per step. Each character's high
+// and low nibbles index two small tables whose entries share a bit exactly
+// when the character is outside the alphabet (white space, padding and
+// bytes above 127 included), so one test validates the step; a third table,
+// indexed by the high nibble ("/" singled out), gives the offset from
+// character to value. Two multiply-adds join four 6-bit values into three
+// bytes per lane. Without dest it only validates. Stops before the first
+// step holding anything but alphabet characters, or when the 16-byte store
+// would pass destroom; returns the characters consumed (a multiple of 16).
+__attribute__((target("ssse3"))) size_t decode_ssse3(const unsigned char *src, size_t srclen, unsigned char *dest,
+                                                     size_t destroom) noexcept {
+    const __m128i lut_lo = _mm_setr_epi8(0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x13, 0x1a,
+                                         0x1b, 0x1b, 0x1b, 0x1a);
+    const __m128i lut_hi = _mm_setr_epi8(0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08, 0x10, 0x10, 0x10, 0x10,
+                                         0x10, 0x10, 0x10, 0x10);
+    const __m128i lut_roll = _mm_setr_epi8(0, 16, 19, 4, -65, -65, -71, -71, 0, 0, 0, 0, 0, 0, 0, 0);
+    const __m128i mask_2f = _mm_set1_epi8(0x2f);
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i pack = _mm_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1);
+    size_t i = 0, o = 0;
+    for (; i + 16 <= srclen; i += 16, o += 12) {
+        if (dest != nullptr && o + 16 > destroom) break;
+        const __m128i str = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + i));
+        const __m128i hi_nibbles = _mm_and_si128(_mm_srli_epi32(str, 4), mask_2f);
+        const __m128i lo = _mm_shuffle_epi8(lut_lo, _mm_and_si128(str, mask_2f));
+        const __m128i hi = _mm_shuffle_epi8(lut_hi, hi_nibbles);
+        if (_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(lo, hi), zero)) != 0xffff) break;
+        if (dest == nullptr) continue;
+        const __m128i eq_2f = _mm_cmpeq_epi8(str, mask_2f);
+        const __m128i roll = _mm_shuffle_epi8(lut_roll, _mm_add_epi8(eq_2f, hi_nibbles));
+        const __m128i values = _mm_add_epi8(str, roll);
+        const __m128i pairs = _mm_maddubs_epi16(values, _mm_set1_epi32(0x01400140));
+        const __m128i groups = _mm_madd_epi16(pairs, _mm_set1_epi32(0x00011000));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(dest + o), _mm_shuffle_epi8(groups, pack));
+    }
+    return i;
+}
+#endif
+
 // One decoding scan. Without a buffer (dest null) it validates the input,
 // logs and returns the first error, and counts the output in *destcountptr.
 // With a buffer of destlen bytes it fills it (the input is known good then).
@@ -95,6 +178,14 @@ int decode_scan(const unsigned char *src, size_t srclen, unsigned char *dest, si
     unsigned tripletuse = 0;
     while (i < srclen) {
         if (tripletuse == 0) {
+#if QV_BASE64_SSSE3
+            if (have_ssse3() && i + 16 <= srclen) {
+                const size_t used = decode_ssse3(src + i, srclen - i, dest == nullptr ? nullptr : dest + destcount,
+                                                 destlen - destcount);
+                i += used;
+                destcount += used / 4 * 3;
+            }
+#endif
             // Whole groups of four values. When filling, the 4-byte store needs
             // one byte of room past the group (the terminator's at the latest).
             if (dest == nullptr) {
@@ -188,6 +279,12 @@ extern "C" QV_API char *qv_base64_encode(const void *buf, size_t size) noexcept 
     const auto *in = static_cast<const unsigned char *>(buf);
     size_t destpos = 0;
     size_t i = 0;
+#if QV_BASE64_SSSE3
+    if (have_ssse3()) {
+        i = encode_ssse3(in, size, dest);
+        destpos = i / 3 * 4;
+    }
+#endif
     // Four input bytes are loaded for each group of three while a fourth
     // input byte exists; the last group or two go the careful way.
     for (; i + 4 <= size; i += 3, destpos += 4) {

@@ -11,6 +11,14 @@
 #include <cstring>
 
 #include "internal/qvinternal.h"
+#include "platform/qvplat_cpu.h"
+
+#if defined(__x86_64__) || defined(__i386__)
+#include <immintrin.h>
+#define QV_HEX_SSSE3 1
+#else
+#define QV_HEX_SSSE3 0
+#endif
 
 namespace {
 
@@ -46,12 +54,52 @@ constexpr std::array<uint16_t, 256> make_nibbles(int shift) {
 constexpr std::array<uint16_t, 256> kHigh = make_nibbles(4);
 constexpr std::array<uint16_t, 256> kLow = make_nibbles(0);
 
+#if QV_HEX_SSSE3
+bool have_ssse3() noexcept {
+    static const bool yes = qv::plat::cpu_has_ssse3();
+    return yes;
+}
+
+// Sixteen characters become eight bytes per step: each character is tried
+// as a decimal digit and as a letter (case folded by setting bit 5, which
+// maps only A-F onto a-f), the range checks select the value, and pairs are
+// joined as high * 16 + low with one multiply-add. Sets *done to the pairs
+// converted; false if a step met a non-digit.
+__attribute__((target("ssse3"))) bool decode_ssse3(const unsigned char *in, unsigned char *dest, size_t count,
+                                                   size_t *done) noexcept {
+    const __m128i nine = _mm_set1_epi8(9);
+    const __m128i five = _mm_set1_epi8(5);
+    const __m128i weights = _mm_set1_epi16(0x0110);
+    size_t i = 0;
+    for (; i + 8 <= count; i += 8) {
+        const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in + 2 * i));
+        const __m128i d = _mm_sub_epi8(c, _mm_set1_epi8('0'));
+        const __m128i l = _mm_sub_epi8(_mm_or_si128(c, _mm_set1_epi8(0x20)), _mm_set1_epi8('a'));
+        const __m128i is_digit = _mm_cmpeq_epi8(_mm_min_epu8(d, nine), d);
+        const __m128i is_letter = _mm_cmpeq_epi8(_mm_min_epu8(l, five), l);
+        if (_mm_movemask_epi8(_mm_or_si128(is_digit, is_letter)) != 0xffff) {
+            *done = i;
+            return false;
+        }
+        const __m128i v = _mm_or_si128(_mm_and_si128(is_digit, d),
+                                       _mm_and_si128(is_letter, _mm_add_epi8(l, _mm_set1_epi8(10))));
+        const __m128i joined = _mm_maddubs_epi16(v, weights);
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(dest + i), _mm_packus_epi16(joined, joined));
+    }
+    *done = i;
+    return true;
+}
+#endif
+
 // Converts count digit pairs; false at the first run holding a non-digit.
 // Flags of bad digits are gathered over runs of eight pairs and tested once
 // per run.
 bool decode_pairs(const unsigned char *in, unsigned char *dest, size_t count) noexcept {
     uint32_t bad = 0;
     size_t i = 0;
+#if QV_HEX_SSSE3
+    if (have_ssse3() && !decode_ssse3(in, dest, count, &i)) return false;
+#endif
     for (; i + 8 <= count; i += 8) {
         for (size_t k = i; k < i + 8; ++k) {
             const uint32_t v = kHigh[in[2 * k]] | kLow[in[2 * k + 1]];

@@ -59,6 +59,17 @@ TEST(Base64Encode, RfcVectorsAndPadding) {
     EXPECT_EQ(encode(std::string(60, '\xff')), std::string(80, '/')) << "no line breaks, ever";
 }
 
+TEST(Base64, EveryAlphabetCharacterBothWays) {
+    const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    const std::string bytes(
+        "\x00\x10\x83\x10\x51\x87\x20\x92\x8b\x30\xd3\x8f\x41\x14\x93\x51\x55\x97\x61\x96\x9b\x71\xd7\x9f"
+        "\x82\x18\xa3\x92\x59\xa7\xa2\x9a\xab\xb2\xdb\xaf\xc3\x1c\xb3\xd3\x5d\xb7\xe3\x9e\xbb\xf3\xdf\xbf",
+        48);
+    EXPECT_EQ(encode(bytes), alphabet);
+    EXPECT_EQ(decode(alphabet).data, bytes);
+    EXPECT_EQ(decode(alphabet + alphabet).data, bytes + bytes);
+}
+
 TEST(Base64Decode, WhiteSpaceAnywhereAndLenientEnding) {
     EXPECT_EQ(decode("TWFu").data, "Man");
     EXPECT_EQ(decode("T W\nF\tu").data, "Man");

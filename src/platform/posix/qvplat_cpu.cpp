@@ -23,4 +23,14 @@ bool cpu_has_sha_extensions() noexcept {
 #endif
 }
 
+bool cpu_has_ssse3() noexcept {
+#if defined(__x86_64__) || defined(__i386__)
+    unsigned int eax = 0, ebx = 0, ecx = 0, edx = 0;
+    if (!__get_cpuid(1, &eax, &ebx, &ecx, &edx)) return false;
+    return (ecx & bit_SSSE3) != 0;
+#else
+    return false;
+#endif
+}
+
 }  // namespace qv::plat
