@@ -367,6 +367,89 @@ QV_API void qv_mutex_destroy(qv_mutex *qvmutex) QV_NOEXCEPT;
 
 /* @@section codecs@@ */
 
+/* Every buffer these functions hand out comes from qv_malloc, is released
+ * with qv_free, and carries one extra zero byte after its content (text
+ * results are ordinary strings; binary results can be printed safely). */
+
+/* Base64, RFC 4648 alphabet with "=" padding and no line breaks. Returns a
+ * new string of ((size + 2) / 3) * 4 characters, or NULL (size too large,
+ * logged at level 6; no memory, level 7). */
+QV_API char *qv_base64_encode(const void *buf, size_t size) QV_NOEXCEPT;
+/* Decodes sourcelen characters. White space (tab, LF, VT, FF, CR, blank) is
+ * skipped anywhere; decoding stops at the first "=", after which only white
+ * space and at most two "=" in all may follow. Padding is optional, and
+ * leftover values at the end still give bytes (one or two leftover values
+ * give one byte, three give two). On success *destptr is a new buffer of
+ * *destlenptr bytes (plus a zero byte) and 0 is returned; on failure both are
+ * NULL and 0 and the code is QV_ERROR_INVALID_ARGUMENT (invalid character, or
+ * a character other than white space or "=" after padding),
+ * QV_ERROR_INVALID_SYNTAX (more than two padding characters),
+ * QV_ERROR_OUT_OF_RANGE or QV_ERROR_NO_MEMORY; each is logged. */
+QV_API int qv_base64_decode(void **destptr, size_t *destlenptr, const char *source,
+                            size_t sourcelen) QV_NOEXCEPT;
+
+/* A new string of 2 * size lower-case hexadecimal digits, high nibble first;
+ * NULL when the size overflows or memory runs out (logged). */
+QV_API char *qv_bin2hex(const void *buf, size_t size) QV_NOEXCEPT;
+/* Converts a string of digit pairs (either case) into a new buffer of
+ * strlen / 2 bytes (plus a zero byte) in *destptr, its size in *destlenptr.
+ * Returns 0; QV_ERROR_INCOMPLETE for an odd length; QV_ERROR_OUT_OF_RANGE for
+ * a character that is not a hexadecimal digit; QV_ERROR_NO_MEMORY (logged).
+ * On failure *destptr is NULL and *destlenptr 0. */
+QV_API int qv_hex2bin(const char *hexstring, void **destptr, size_t *destlenptr) QV_NOEXCEPT;
+
+/* PEM certificates to DER, one certificate per call. */
+typedef struct qv_pem2der qv_pem2der;
+/* Copies pembuffer from its first "-----BEGIN CERTIFICATE-----" on. Returns
+ * the converter, or NULL with *error (when error is not NULL) set to
+ * QV_ERROR_NOT_FOUND (no begin marker) or QV_ERROR_NO_MEMORY; 0 on success. */
+QV_API qv_pem2der *qv_pem2der_create(const void *pembuffer, size_t pembuflen, int *error) QV_NOEXCEPT;
+/* The next certificate's DER bytes as a new buffer in *bufferptr (size in
+ * *buflenptr). Returns 0; QV_ERROR_END_OF_FILE when no further certificate
+ * begins; QV_ERROR_INCOMPLETE when its end marker is missing; or the Base64
+ * decoder's code (logged; the same block is met again on the next call). On
+ * failure *bufferptr is NULL and *buflenptr 0. Text outside the markers is
+ * ignored. */
+QV_API int qv_pem2der_next(qv_pem2der *qvpem2der, void **bufferptr, size_t *buflenptr) QV_NOEXCEPT;
+QV_API void qv_pem2der_destroy(qv_pem2der *qvpem2der) QV_NOEXCEPT;
+
+/* URL (percent) encoding. A qv_urlencoder says for each byte value whether it
+ * is copied or written as "%XX" (upper-case digits). Its default set copies
+ * A-Z, a-z, 0-9 and - _ . ~ ! * ' ( ); everything else, the blank included,
+ * is escaped. */
+typedef struct qv_urlencoder qv_urlencoder;
+/* A new table in the default state, or NULL (logged). */
+QV_API qv_urlencoder *qv_urlencode_create(void) QV_NOEXCEPT;
+QV_API void qv_urlencode_destroy(qv_urlencoder *qvurlencode) QV_NOEXCEPT;
+/* Back to the default state. */
+QV_API void qv_urlencode_reset(qv_urlencoder *qvurlencode) QV_NOEXCEPT;
+/* Copy every byte of skipchars as it is from now on. */
+QV_API void qv_urlencode_skip(qv_urlencoder *qvurlencode, const char *skipchars) QV_NOEXCEPT;
+/* Buffer protocol of both directions: *dstlenptr is the size of dst on entry
+ * (dst may be NULL when it is 0) and receives the output count (without a
+ * terminator). Output beyond the size is counted, not stored. Returns 0 when
+ * the output and a terminating zero fit; QV_ERROR_OUT_OF_RANGE otherwise:
+ * call again with a buffer of count + 1 bytes. QV_ERROR_INVALID_ARGUMENT when
+ * the count would not be addressable. */
+QV_API int qv_urlencode_buffer(qv_urlencoder *qvurlencode, char *dst, size_t *dstlenptr,
+                               const void *src, size_t srclen) QV_NOEXCEPT;
+/* Encodes the string into a new string in *dstptr (NULL on failure).
+ * Returns 0, QV_ERROR_NO_MEMORY or another code (each logged). */
+QV_API int qv_urlencode_string(qv_urlencoder *qvurlencode, char **dstptr, const char *src) QV_NOEXCEPT;
+/* A new string encoded with the default table, or NULL (logged). */
+QV_API char *qv_urlencode(const char *string) QV_NOEXCEPT;
+/* Decodes "+" to a blank and "%XX" (either case) to a byte; other bytes are
+ * copied. Same protocol as qv_urlencode_buffer, except that output filling
+ * the buffer exactly succeeds without a terminator. QV_ERROR_INCOMPLETE when
+ * the source ends inside an escape; QV_ERROR_INVALID_SYNTAX for a non-digit
+ * in an escape. */
+QV_API int qv_urldecode_buffer(void *dst, size_t *dstlenptr, const char *src, size_t srclen) QV_NOEXCEPT;
+/* Decodes the string into a new, zero-terminated string in *dstptr (NULL on
+ * failure). Returns 0 or the decoder's code / QV_ERROR_NO_MEMORY (logged). */
+QV_API int qv_urldecode_string(char **dstptr, const char *src) QV_NOEXCEPT;
+/* A new decoded string, or NULL. */
+QV_API char *qv_urldecode(const char *string) QV_NOEXCEPT;
+
 /* ======================================================================
  * Files
  * ====================================================================== */
@@ -378,6 +461,35 @@ QV_API void qv_mutex_destroy(qv_mutex *qvmutex) QV_NOEXCEPT;
  * ====================================================================== */
 
 /* @@section digests@@ */
+
+/* Incremental SHA-1 (20-byte digest) and SHA-256 (32-byte digest), FIPS 180-4.
+ * Lifecycle: create (ready to hash) -> update any number of times -> finalize
+ * -> digest (may be read repeatedly) -> init to hash another message, or
+ * destroy. Every function asserts a non-NULL object. An object is used by one
+ * thread at a time. */
+typedef struct qv_sha1 qv_sha1;
+typedef struct qv_sha256 qv_sha256;
+
+/* A new object, already initialised; NULL when memory runs out (logged at
+ * level 7). Release it with qv_sha1_destroy. */
+QV_API qv_sha1 *qv_sha1_create(void) QV_NOEXCEPT;
+/* Start a new message on the same object. */
+QV_API void qv_sha1_init(qv_sha1 *qvsha1) QV_NOEXCEPT;
+/* Append length bytes (data may be NULL only when length is 0). */
+QV_API void qv_sha1_update(qv_sha1 *qvsha1, const void *data, size_t length) QV_NOEXCEPT;
+/* Append the padding and the bit length; call once per message. */
+QV_API void qv_sha1_finalize(qv_sha1 *qvsha1) QV_NOEXCEPT;
+/* Write the 20 digest bytes (after finalize) into digest. */
+QV_API void qv_sha1_digest(qv_sha1 *qvsha1, unsigned char *digest) QV_NOEXCEPT;
+QV_API void qv_sha1_destroy(qv_sha1 *qvsha1) QV_NOEXCEPT;
+
+/* The same five steps for SHA-256; the digest has 32 bytes. */
+QV_API qv_sha256 *qv_sha256_create(void) QV_NOEXCEPT;
+QV_API void qv_sha256_init(qv_sha256 *qvsha256) QV_NOEXCEPT;
+QV_API void qv_sha256_update(qv_sha256 *qvsha256, const void *data, size_t length) QV_NOEXCEPT;
+QV_API void qv_sha256_finalize(qv_sha256 *qvsha256) QV_NOEXCEPT;
+QV_API void qv_sha256_digest(qv_sha256 *qvsha256, unsigned char *digest) QV_NOEXCEPT;
+QV_API void qv_sha256_destroy(qv_sha256 *qvsha256) QV_NOEXCEPT;
 
 /* ======================================================================
  * Command-line option parser

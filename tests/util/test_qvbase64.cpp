@@ -1,0 +1,198 @@
+// Base64: RFC 4648 vectors, the lenient decoder's rules, exact failure codes
+// and log lines, round trips and allocation failures.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "qvlib.h"
+#include "support/qvtest.h"
+#include "util/codec_support.h"
+
+namespace {
+
+using codectest::bytes_of;
+
+std::string encode(const std::string &in) {
+    char *s = qv_base64_encode(in.data(), in.size());
+    EXPECT_NE(s, nullptr);
+    if (s == nullptr) return "<null>";
+    std::string out(s);
+    qv_free(s);
+    return out;
+}
+
+// Decodes and checks the result's shape: a buffer with a zero byte after the
+// content on success, NULL and 0 on failure.
+struct Decoded {
+    int rc;
+    std::string data;
+};
+Decoded decode(const std::string &in) {
+    void *buf = reinterpret_cast<void *>(1);
+    size_t len = 12345;
+    int rc = qv_base64_decode(&buf, &len, in.data(), in.size());
+    if (rc != QV_ERROR_NONE) {
+        EXPECT_EQ(buf, nullptr);
+        EXPECT_EQ(len, 0u);
+        return {rc, ""};
+    }
+    EXPECT_NE(buf, nullptr);
+    if (buf == nullptr) return {-1, ""};
+    EXPECT_EQ(static_cast<unsigned char *>(buf)[len], 0) << "missing zero byte after the result";
+    Decoded d{rc, bytes_of(buf, len)};
+    qv_free(buf);
+    return d;
+}
+
+TEST(Base64Encode, RfcVectorsAndPadding) {
+    EXPECT_EQ(encode(""), "");
+    EXPECT_EQ(encode(std::string(1, '\0')), "AA==");
+    EXPECT_EQ(encode("Man"), "TWFu");
+    EXPECT_EQ(encode("f"), "Zg==");
+    EXPECT_EQ(encode("fo"), "Zm8=");
+    EXPECT_EQ(encode("foo"), "Zm9v");
+    EXPECT_EQ(encode("foob"), "Zm9vYg==");
+    EXPECT_EQ(encode("fooba"), "Zm9vYmE=");
+    EXPECT_EQ(encode("foobar"), "Zm9vYmFy");
+    EXPECT_EQ(encode("\xfb\xff\xbf"), "+/+/");
+    EXPECT_EQ(encode(std::string(60, '\xff')), std::string(80, '/')) << "no line breaks, ever";
+}
+
+TEST(Base64, EveryAlphabetCharacterBothWays) {
+    const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    const std::string bytes(
+        "\x00\x10\x83\x10\x51\x87\x20\x92\x8b\x30\xd3\x8f\x41\x14\x93\x51\x55\x97\x61\x96\x9b\x71\xd7\x9f"
+        "\x82\x18\xa3\x92\x59\xa7\xa2\x9a\xab\xb2\xdb\xaf\xc3\x1c\xb3\xd3\x5d\xb7\xe3\x9e\xbb\xf3\xdf\xbf",
+        48);
+    EXPECT_EQ(encode(bytes), alphabet);
+    EXPECT_EQ(decode(alphabet).data, bytes);
+    EXPECT_EQ(decode(alphabet + alphabet).data, bytes + bytes);
+}
+
+TEST(Base64Decode, WhiteSpaceAnywhereAndLenientEnding) {
+    EXPECT_EQ(decode("TWFu").data, "Man");
+    EXPECT_EQ(decode("T W\nF\tu").data, "Man");
+    EXPECT_EQ(decode("\r\n\v\fTWFu \r\n").data, "Man");
+    EXPECT_EQ(decode("TWE").data, "Ma");
+    EXPECT_EQ(decode("TQ").data, "M");
+    EXPECT_EQ(decode("T").data, "\x4c");
+    EXPECT_EQ(decode("TWFuT").data, "Man\x4c");
+    EXPECT_EQ(decode("TWE=").data, "Ma");
+    EXPECT_EQ(decode("TQ==").data, "M");
+    EXPECT_EQ(decode("TQ==\n").data, "M");
+    EXPECT_EQ(decode("TQ= =\t").data, "M");
+    // Padding is not checked against the leftover count; decoding stops there.
+    EXPECT_EQ(decode("TWFu=").data, "Man");
+    EXPECT_EQ(decode("TWE==").data, "Ma");
+    EXPECT_EQ(decode("=").data, "");
+}
+
+TEST(Base64Decode, EmptyInputGivesATerminatedEmptyBuffer) {
+    for (const char *in : {"", " ", "\r\n\t \v\f"}) {
+        Decoded d = decode(in);
+        EXPECT_EQ(d.rc, QV_ERROR_NONE);
+        EXPECT_EQ(d.data, "");
+    }
+}
+
+TEST(Base64Decode, MalformedInputCodesAndLogLines) {
+    struct Case {
+        std::string in;
+        int rc;
+        const char *log;
+    } cases[] = {
+        {"TQ===", QV_ERROR_INVALID_SYNTAX, "more than two padding characters present"},
+        {"TQ= = =", QV_ERROR_INVALID_SYNTAX, "more than two padding characters present"},
+        {"TQ==x", QV_ERROR_INVALID_ARGUMENT, "unexpected character 0x78 after padding"},
+        {"TQ==\n*", QV_ERROR_INVALID_ARGUMENT, "unexpected character 0x2a after padding"},
+        {"TQ=\xe9", QV_ERROR_INVALID_ARGUMENT, "unexpected character 0xe9 after padding"},
+        {"TW*u", QV_ERROR_INVALID_ARGUMENT, "invalid input character 0x2a for base64 decoder"},
+        {"TWFu-_", QV_ERROR_INVALID_ARGUMENT, "invalid input character 0x2d for base64 decoder"},
+        {"TWFu\xc3\xa9", QV_ERROR_INVALID_ARGUMENT, "invalid input character 0xc3 for base64 decoder"},
+        {std::string("TW\0u", 4), QV_ERROR_INVALID_ARGUMENT, "invalid input character 0x00 for base64 decoder"},
+        {"\x7f", QV_ERROR_INVALID_ARGUMENT, "invalid input character 0x7f for base64 decoder"},
+    };
+    for (const Case &c : cases) {
+        qvtest::LogCapture log;
+        EXPECT_EQ(decode(c.in).rc, c.rc) << c.in;
+        ASSERT_EQ(log.lines().size(), 1u) << c.in;
+        EXPECT_EQ(log.lines()[0].level, 6);
+        EXPECT_EQ(log.lines()[0].text, c.log);
+    }
+}
+
+TEST(Base64Decode, BadCharacterFoundAtEveryPosition) {
+    // The decoder takes four characters at a time where it can; a bad byte in
+    // any position of any group must still be found and reported.
+    const std::string good = encode(std::string(45, 'q'));
+    for (size_t pos = 0; pos < good.size(); ++pos) {
+        std::string bad = good;
+        bad[pos] = '.';
+        qvtest::LogCapture log;
+        EXPECT_EQ(decode(bad).rc, QV_ERROR_INVALID_ARGUMENT) << pos;
+        EXPECT_TRUE(log.has(6, "invalid input character 0x2e for base64 decoder")) << pos;
+    }
+}
+
+TEST(Base64RoundTrip, RandomBuffersOfEveryLengthUpTo300) {
+    for (size_t n = 0; n <= 300; ++n) {
+        auto bytes = codectest::random_bytes(n, static_cast<unsigned>(n));
+        std::string in = bytes_of(bytes.data(), n);
+        std::string enc = encode(in);
+        ASSERT_EQ(enc.size(), (n + 2) / 3 * 4) << n;
+        EXPECT_EQ(decode(enc).data, in) << n;
+        // Line-wrapped (as in PEM and MIME) and unpadded forms decode the same.
+        std::string wrapped;
+        for (size_t i = 0; i < enc.size(); ++i) {
+            wrapped += enc[i];
+            if (i % 64 == 63 || i % 7 == 3) wrapped += i % 2 ? "\r\n" : " ";
+        }
+        EXPECT_EQ(decode(wrapped).data, in) << n;
+        EXPECT_EQ(decode(enc.substr(0, enc.find('='))).data, in) << n;
+    }
+}
+
+TEST(Base64Alloc, FailuresAreLoggedAndLeaveNothing) {
+    codectest::sweep([](unsigned long failing) {
+        qvtest::LogCapture log;
+        char *s = qv_base64_encode("Man", 3);
+        if (failing == 1) {
+            EXPECT_EQ(s, nullptr);
+            EXPECT_TRUE(log.has(7, "not enough memory for base64 encoding"));
+        } else {
+            EXPECT_STREQ(s, "TWFu");
+        }
+        qv_free(s);
+    });
+    codectest::sweep([](unsigned long failing) {
+        qvtest::LogCapture log;
+        void *buf = nullptr;
+        size_t len = 7;
+        int rc = qv_base64_decode(&buf, &len, "TWFu\n", 5);
+        if (failing == 1) {
+            EXPECT_EQ(rc, QV_ERROR_NO_MEMORY);
+            EXPECT_EQ(buf, nullptr);
+            EXPECT_EQ(len, 0u);
+            EXPECT_TRUE(log.has(7, "not enough memory for the destination buffer (4 bytes)"));
+        } else {
+            EXPECT_EQ(rc, QV_ERROR_NONE);
+            EXPECT_EQ(len, 3u);
+        }
+        qv_free(buf);
+    });
+}
+
+TEST(Base64DeathTest, NullArgumentsAreAssertions) {
+    void *buf;
+    size_t len;
+    EXPECT_DEATH(qv_base64_encode(nullptr, 0), "src/util/qvbase64.cpp:[0-9]+: Assertion `buf != NULL' failed.");
+    EXPECT_DEATH(qv_base64_decode(nullptr, &len, "", 0),
+                 "src/util/qvbase64.cpp:[0-9]+: Assertion `destptr != NULL' failed.");
+    EXPECT_DEATH(qv_base64_decode(&buf, nullptr, "", 0),
+                 "src/util/qvbase64.cpp:[0-9]+: Assertion `destlenptr != NULL' failed.");
+    EXPECT_DEATH(qv_base64_decode(&buf, &len, nullptr, 0),
+                 "src/util/qvbase64.cpp:[0-9]+: Assertion `source != NULL' failed.");
+}
+
+}  // namespace
