@@ -460,6 +460,35 @@ QV_API int qv_deletefile(const char *filename) QV_NOEXCEPT;
 
 /* @@section digests@@ */
 
+/* Incremental SHA-1 (20-byte digest) and SHA-256 (32-byte digest), FIPS 180-4.
+ * Lifecycle: create (ready to hash) -> update any number of times -> finalize
+ * -> digest (may be read repeatedly) -> init to hash another message, or
+ * destroy. Every function asserts a non-NULL object. An object is used by one
+ * thread at a time. */
+typedef struct qv_sha1 qv_sha1;
+typedef struct qv_sha256 qv_sha256;
+
+/* A new object, already initialised; NULL when memory runs out (logged at
+ * level 7). Release it with qv_sha1_destroy. */
+QV_API qv_sha1 *qv_sha1_create(void) QV_NOEXCEPT;
+/* Start a new message on the same object. */
+QV_API void qv_sha1_init(qv_sha1 *qvsha1) QV_NOEXCEPT;
+/* Append length bytes (data may be NULL only when length is 0). */
+QV_API void qv_sha1_update(qv_sha1 *qvsha1, const void *data, size_t length) QV_NOEXCEPT;
+/* Append the padding and the bit length; call once per message. */
+QV_API void qv_sha1_finalize(qv_sha1 *qvsha1) QV_NOEXCEPT;
+/* Write the 20 digest bytes (after finalize) into digest. */
+QV_API void qv_sha1_digest(qv_sha1 *qvsha1, unsigned char *digest) QV_NOEXCEPT;
+QV_API void qv_sha1_destroy(qv_sha1 *qvsha1) QV_NOEXCEPT;
+
+/* The same five steps for SHA-256; the digest has 32 bytes. */
+QV_API qv_sha256 *qv_sha256_create(void) QV_NOEXCEPT;
+QV_API void qv_sha256_init(qv_sha256 *qvsha256) QV_NOEXCEPT;
+QV_API void qv_sha256_update(qv_sha256 *qvsha256, const void *data, size_t length) QV_NOEXCEPT;
+QV_API void qv_sha256_finalize(qv_sha256 *qvsha256) QV_NOEXCEPT;
+QV_API void qv_sha256_digest(qv_sha256 *qvsha256, unsigned char *digest) QV_NOEXCEPT;
+QV_API void qv_sha256_destroy(qv_sha256 *qvsha256) QV_NOEXCEPT;
+
 /* ======================================================================
  * Command-line option parser
  * ====================================================================== */
