@@ -67,9 +67,11 @@ int seek_backwards(FILE *fp, uint64_t amount) noexcept {
 int load_stream(FILE *fp, void **dataptr, size_t *datalen) noexcept {
     int64_t end = -1;
     if (qv::plat::file_seek32(fp, 0, SEEK_END) == 0) end = qv::plat::file_tell(fp);
-    // A failed position query and a size whose terminator cannot be counted
-    // in size_t are both refused before anything is allocated.
-    if (end < 0 || static_cast<uint64_t>(end) >= SIZE_MAX || qv::plat::file_seek32(fp, 0, SEEK_SET) != 0) {
+    // A failed position query, and a size no buffer can hold (a directory
+    // reports an end near 2^63), are refused before anything is allocated:
+    // no allocator hands out more than PTRDIFF_MAX bytes.
+    if (end < 0 || static_cast<uint64_t>(end) >= static_cast<uint64_t>(PTRDIFF_MAX) ||
+        qv::plat::file_seek32(fp, 0, SEEK_SET) != 0) {
         fclose(fp);
         return -1;
     }

@@ -341,7 +341,7 @@ TEST_F(Files, LoadGivesSizePlusTerminator) {
     EXPECT_EQ(qv_file_data_load(path("missing").c_str(), &data, &len), -1);
     EXPECT_EQ(data, nullptr);
     EXPECT_EQ(len, 0u);
-    EXPECT_EQ(qv_file_data_load(dir_.c_str(), &data, &len), -1);  // opens, but cannot be read
+    EXPECT_EQ(qv_file_data_load(dir_.c_str(), &data, &len), -1);  // opens, but has no size to read
     EXPECT_EQ(data, nullptr);
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -63,10 +64,15 @@ protected:
         self->tags_.push_back(value);
         return std::string(value) == "bad" ? QV_ERROR_PERMANENT_FAILURE : 0;
     }
-    int parse(Args args) { return qv_getopt_parse(g_, args.argc(), args.argv()); }
+    // The arguments stay alive with the test: string values point into them.
+    int parse(std::initializer_list<const char *> list) {
+        kept_.push_back(std::make_unique<Args>(list));
+        return qv_getopt_parse(g_, kept_.back()->argc(), kept_.back()->argv());
+    }
     int optind() { return qv_getopt_optind(g_); }
 
     qv_getopt *g_ = nullptr;
+    std::vector<std::unique_ptr<Args>> kept_;
     std::vector<Report> reports_;
     std::vector<std::string> tags_;
     int verbose_ = 0;
