@@ -240,6 +240,19 @@ int parse_short_group(qv_getopt *qvgetopt, int argc, char **argv, int *index) no
     return 0;
 }
 
+// Replaces an owned text with a copy of text (null clears it); on a failed
+// copy the old text stays.
+int replace_text(char **slot, const char *text, const char *what) noexcept {
+    char *copy = nullptr;
+    if (text != nullptr && (copy = qv_strdup(text)) == nullptr) {
+        QV_LOG(7, "not enough memory for %s string", what);
+        return -1;
+    }
+    qv_free(*slot);
+    *slot = copy;
+    return 0;
+}
+
 void pad(qv_file *out, int count) noexcept {
     if (count > 0) qv_file_write(out, kBlanks, static_cast<size_t>(count));
 }
@@ -356,26 +369,12 @@ QV_API int qv_getopt_string_callback(qv_getopt *qvgetopt, const char *longopt, c
 
 QV_API int qv_getopt_set_synopsis(qv_getopt *qvgetopt, const char *synopsis) noexcept {
     QV_ASSERT(qvgetopt != NULL);
-    char *copy = nullptr;
-    if (synopsis != nullptr && (copy = qv_strdup(synopsis)) == nullptr) {
-        QV_LOG(7, "not enough memory for synopsis string");
-        return -1;
-    }
-    qv_free(qvgetopt->synopsis);
-    qvgetopt->synopsis = copy;
-    return 0;
+    return replace_text(&qvgetopt->synopsis, synopsis, "synopsis");
 }
 
 QV_API int qv_getopt_set_footer(qv_getopt *qvgetopt, const char *footer) noexcept {
     QV_ASSERT(qvgetopt != NULL);
-    char *copy = nullptr;
-    if (footer != nullptr && (copy = qv_strdup(footer)) == nullptr) {
-        QV_LOG(7, "not enough memory for footer string");
-        return -1;
-    }
-    qv_free(qvgetopt->footer);
-    qvgetopt->footer = copy;
-    return 0;
+    return replace_text(&qvgetopt->footer, footer, "footer");
 }
 
 QV_API void qv_getopt_set_error_callback(qv_getopt *qvgetopt, qv_getopt_error_fn callback, void *user) noexcept {
