@@ -456,6 +456,87 @@ QV_API char *qv_urldecode(const char *string) QV_NOEXCEPT;
 
 /* @@section files@@ */
 
+/* A qv_file is the C runtime's buffered stream itself: every stdio function
+ * works on it, and qv_file_close closes it. Streams opened here are not
+ * inherited by child processes. */
+typedef FILE qv_file;
+
+/* Open functions: the stream, or NULL with errno telling why.
+ * open_binary reads ("rb"), create_binary truncates or creates ("wb"),
+ * update_binary reads and writes an existing file ("rb+"), create_ascii and
+ * append_ascii write text ("w", "a"). The utf8file variants take UTF-8 names
+ * (on POSIX names are bytes and are used as they are). */
+QV_API qv_file *qv_file_open_binary(const char *filename) QV_NOEXCEPT;
+QV_API qv_file *qv_file_create_binary(const char *filename) QV_NOEXCEPT;
+QV_API qv_file *qv_file_update_binary(const char *filename) QV_NOEXCEPT;
+QV_API qv_file *qv_file_create_ascii(const char *filename) QV_NOEXCEPT;
+QV_API qv_file *qv_file_append_ascii(const char *filename) QV_NOEXCEPT;
+QV_API qv_file *qv_utf8file_open_binary(const char *filename) QV_NOEXCEPT;
+QV_API qv_file *qv_utf8file_create_binary(const char *filename) QV_NOEXCEPT;
+QV_API qv_file *qv_utf8file_create_ascii(const char *filename) QV_NOEXCEPT;
+QV_API qv_file *qv_utf8file_append_ascii(const char *filename) QV_NOEXCEPT;
+
+/* The process's standard streams as qv_file objects (never closed by the
+ * library). */
+QV_API qv_file *qv_file_get_stdin(void) QV_NOEXCEPT;
+QV_API qv_file *qv_file_get_stdout(void) QV_NOEXCEPT;
+QV_API qv_file *qv_file_get_stderr(void) QV_NOEXCEPT;
+
+/* Stream operations with the runtime's results: read and write return the
+ * number of bytes moved; fgets, fprintf, feof, ferror and close behave as
+ * their stdio namesakes. */
+QV_API size_t qv_file_read(qv_file *file, void *buffer, size_t size) QV_NOEXCEPT;
+QV_API size_t qv_file_write(qv_file *file, const void *buffer, size_t size) QV_NOEXCEPT;
+QV_API char *qv_file_fgets(char *buffer, int size, qv_file *stream) QV_NOEXCEPT;
+QV_API int qv_file_fprintf(qv_file *file, const char *format, ...) QV_NOEXCEPT QV_PRINTF(2, 3);
+QV_API int qv_file_feof(qv_file *file) QV_NOEXCEPT;
+QV_API int qv_file_ferror(qv_file *file) QV_NOEXCEPT;
+QV_API int qv_file_close(qv_file *file) QV_NOEXCEPT;
+
+/* Seeking. qv_file_seek is the runtime's seek with a 32-bit offset; whence
+ * must be SEEK_SET, SEEK_CUR or SEEK_END (asserted). The 64-bit functions move
+ * in steps of at most 2 GiB relative to the current position and return 0 or
+ * the first failing step's result. qv_file_seek64 returns -1 for SEEK_SET with
+ * a negative offset (logged, the position is unchanged). */
+QV_API int qv_file_seek(qv_file *file, int32_t offset, int whence) QV_NOEXCEPT;
+QV_API int qv_file_seek64(qv_file *file, int64_t offset, int whence) QV_NOEXCEPT;
+QV_API int qv_file_seek_forwards_64(qv_file *file, uint64_t amount) QV_NOEXCEPT;
+QV_API int qv_file_seek_backwards_64(qv_file *file, uint64_t amount) QV_NOEXCEPT;
+/* The file's length, the position left where it was; -1 on failure or when
+ * the length does not fit 32 signed bits. */
+QV_API int32_t qv_file_get_length(qv_file *file) QV_NOEXCEPT;
+
+/* 1 the name exists, 0 it does not (ENOENT), -1 the status cannot be read. */
+QV_API int qv_file_exists(const char *filename) QV_NOEXCEPT;
+QV_API int qv_utf8file_exists(const char *filename) QV_NOEXCEPT;
+
+/* Whole-file load: *dataptr receives a new buffer (free with qv_free) of the
+ * file's size plus one byte, a NUL after the data; *datalen (datalen may be
+ * NULL) the size. Returns 0, or -1 with *dataptr NULL and *datalen 0.
+ * The with_backup variant reads "<name>.bak" when the file cannot be opened. */
+QV_API int qv_file_data_load(const char *filename, void **dataptr, size_t *datalen) QV_NOEXCEPT;
+QV_API int qv_file_data_load_with_backup(const char *filename, void **dataptr, size_t *datalen) QV_NOEXCEPT;
+QV_API int qv_utf8file_data_load(const char *filename, void **dataptr, size_t *datalen) QV_NOEXCEPT;
+QV_API int qv_utf8file_data_load_with_backup(const char *filename, void **dataptr, size_t *datalen) QV_NOEXCEPT;
+
+/* Whole-file save (truncating): 0 when every byte was written, else -1 (a
+ * partial file may remain). data may be NULL when datalen is 0. */
+QV_API int qv_file_data_save(const char *filename, const void *data, size_t datalen) QV_NOEXCEPT;
+QV_API int qv_utf8file_data_save(const char *filename, const void *data, size_t datalen) QV_NOEXCEPT;
+/* Crash-safe save: writes and syncs "<name>.tmp", moves an existing file to
+ * "<name>.bak" (replacing the old backup), renames the temporary file to the
+ * name and syncs the directory. At every instant either the name or, between
+ * the two renames, the backup holds a complete version. Returns 0, -1 (names
+ * could not be built, or the temporary file not written), or the failed
+ * rename's error code; the temporary file is removed on failure. */
+QV_API int qv_file_data_save_with_backup(const char *filename, const void *data, size_t datalen) QV_NOEXCEPT;
+QV_API int qv_utf8file_data_save_with_backup(const char *filename, const void *data, size_t datalen) QV_NOEXCEPT;
+
+/* Rename, replacing an existing target; delete a file. 0 or an error code
+ * (QV_ERROR_NOT_FOUND, QV_ERROR_PERMISSION_DENIED, ...). Nothing is logged. */
+QV_API int qv_rename(const char *oldname, const char *newname) QV_NOEXCEPT;
+QV_API int qv_deletefile(const char *filename) QV_NOEXCEPT;
+
 /* ======================================================================
  * SHA-1 and SHA-256
  * ====================================================================== */
@@ -496,6 +577,69 @@ QV_API void qv_sha256_destroy(qv_sha256 *qvsha256) QV_NOEXCEPT;
  * ====================================================================== */
 
 /* @@section getopt@@ */
+
+/* A command-line parser: the program registers options one by one, parse
+ * stores each value straight into the program's variables, and usage prints
+ * a two-column help text. Unlike getopt(3): short options never take an
+ * attached value (-ofile is -o -f -i -l -e), values always come from the
+ * following arguments, parsing stops at the first operand, "--" ends the
+ * options and a lone "-" is skipped. The first registered match wins. */
+typedef struct qv_getopt qv_getopt;
+
+/* A string option's callback: 0, or an error code handed to the error
+ * callback (the parse then fails). */
+typedef int (*qv_getopt_string_fn)(const char *value, void *data);
+/* Told about each failure of a parse: code QV_ERROR_NOT_FOUND (unknown
+ * option), QV_ERROR_INVALID_SYNTAX (missing value), QV_ERROR_INVALID_ARGUMENT
+ * (not an integer), QV_ERROR_OUT_OF_RANGE (outside int) or a string
+ * callback's code; option as written ("--name", "-c"); value or NULL. */
+typedef void (*qv_getopt_error_fn)(int error, const char *option, const char *value, void *user);
+
+/* A new, empty parser, or NULL when memory runs out. */
+QV_API qv_getopt *qv_getopt_create(void) QV_NOEXCEPT;
+QV_API void qv_getopt_destroy(qv_getopt *qvgetopt) QV_NOEXCEPT;
+
+/* Registration. longopt (without dashes) may be NULL, shortopt may be 0, not
+ * both. Names, value names and descriptions are copied. 0, or -1 when memory
+ * runs out (logged; nothing is registered). */
+/* Help: prints the usage to standard output when met; parse then returns 1. */
+QV_API int qv_getopt_help(qv_getopt *qvgetopt, const char *longopt, char shortopt) QV_NOEXCEPT;
+/* Flag: stores 1 into *intptr when met. */
+QV_API int qv_getopt_flag_set(qv_getopt *qvgetopt, const char *longopt, char shortopt, int *intptr,
+                              const char *description) QV_NOEXCEPT;
+/* Integer value (decimal, the range of int) into *intptr. */
+QV_API int qv_getopt_int(qv_getopt *qvgetopt, const char *longopt, char shortopt, int *intptr,
+                         const char *optionname, const char *description) QV_NOEXCEPT;
+/* String value: *stringptr points into argv (not copied). */
+QV_API int qv_getopt_const_string(qv_getopt *qvgetopt, const char *longopt, char shortopt,
+                                  const char **stringptr, const char *optionname,
+                                  const char *description) QV_NOEXCEPT;
+/* String value handed to callback(value, data). */
+QV_API int qv_getopt_string_callback(qv_getopt *qvgetopt, const char *longopt, char shortopt,
+                                     const char *optionname, const char *description,
+                                     qv_getopt_string_fn callback, void *data) QV_NOEXCEPT;
+
+/* First usage line (default "usage: PROGRAM OPTIONS") and the text after the
+ * options (default none, written as it is). A copy is kept; NULL restores the
+ * default. 0, or -1 when the copy fails (the old text stays). */
+QV_API int qv_getopt_set_synopsis(qv_getopt *qvgetopt, const char *synopsis) QV_NOEXCEPT;
+QV_API int qv_getopt_set_footer(qv_getopt *qvgetopt, const char *footer) QV_NOEXCEPT;
+/* callback may be NULL: failures are then only returned. */
+QV_API void qv_getopt_set_error_callback(qv_getopt *qvgetopt, qv_getopt_error_fn callback,
+                                         void *user) QV_NOEXCEPT;
+
+/* Parses argv[1..argc-1]: 0 on success, 1 on success when the help option
+ * was met (the program should exit), -1 on error (optind is then 0). */
+QV_API int qv_getopt_parse(qv_getopt *qvgetopt, int argc, char **argv) QV_NOEXCEPT;
+/* Index of the first argument the last parse did not consume. */
+QV_API int qv_getopt_optind(qv_getopt *qvgetopt) QV_NOEXCEPT;
+
+/* Writes the usage text: the synopsis, "OPTIONS:", one entry per option with
+ * descriptions from column 30 wrapped at 49 characters, then the footer.
+ * Returns 0. */
+QV_API int qv_getopt_usage(qv_getopt *qvgetopt, qv_file *out) QV_NOEXCEPT;
+QV_API int qv_getopt_usage_stdout(qv_getopt *qvgetopt) QV_NOEXCEPT;
+QV_API int qv_getopt_usage_stderr(qv_getopt *qvgetopt) QV_NOEXCEPT;
 
 #ifdef __cplusplus
 }

@@ -8,6 +8,7 @@ void demo_heading(const char *title);
 
 void demo_foundation(void);
 void demo_codecs(void);
+void demo_files(void);
 /* @@demo declarations@@ */
 
 #endif

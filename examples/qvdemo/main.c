@@ -11,6 +11,7 @@ int main(void) {
     setvbuf(stdout, NULL, _IOLBF, 0);
     demo_foundation();
     demo_codecs();
+    demo_files();
     /* @@demo sections@@ */
     qv_uninit();
     printf("\nqvdemo: done\n");
