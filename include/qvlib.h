@@ -361,6 +361,141 @@ QV_API void qv_mutex_destroy(qv_mutex *qvmutex) QV_NOEXCEPT;
 
 /* @@section json@@ */
 
+/* A JSON document owns a tree of nodes. Objects map case-sensitive member
+ * names to value nodes (a member table; member order is the table's own
+ * enumeration order, not insertion order); arrays keep their elements in
+ * order. Numbers carry an integer and a double representation at once.
+ * Nodes handed out by the functions below point into the document: they stay
+ * valid until the node is retyped, replaced or the document is destroyed.
+ * A document is used by one thread at a time. */
+typedef struct qv_json qv_json;
+typedef struct qv_json_node qv_json_node;
+
+typedef enum qv_json_type {
+    QV_JSON_TYPE_NONE = 0,
+    QV_JSON_TYPE_OBJECT = 1,
+    QV_JSON_TYPE_ARRAY = 2,
+    QV_JSON_TYPE_STRING = 3,
+    QV_JSON_TYPE_INTEGER = 4,
+    QV_JSON_TYPE_DOUBLE = 5,
+    QV_JSON_TYPE_TRUE = 6,
+    QV_JSON_TYPE_FALSE = 7,
+    QV_JSON_TYPE_NULL = 8,
+    QV_JSON_TYPE_COUNT = 9
+} qv_json_type;
+
+/* A new empty document (no root), or NULL when memory ran out. */
+QV_API qv_json *qv_json_create(void) QV_NOEXCEPT;
+/* Frees the whole tree and the document. */
+QV_API void qv_json_destroy(qv_json *qvjson) QV_NOEXCEPT;
+
+/* Setters: retype node in place, releasing its old content (string, elements,
+ * members). node NULL means the root: created when the document has none,
+ * else retyped. 0, or QV_ERROR_NO_MEMORY (the node is then unchanged). */
+QV_API int qv_json_node_set_object(qv_json *qvjson, qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_node_set_array(qv_json *qvjson, qv_json_node *node) QV_NOEXCEPT;
+/* Also stores the integer (int64_t)(value + 0.5), truncated toward zero. */
+QV_API int qv_json_node_set_double(qv_json *qvjson, qv_json_node *node, double value) QV_NOEXCEPT;
+/* Also stores the double (double)value. */
+QV_API int qv_json_node_set_integer(qv_json *qvjson, qv_json_node *node, int64_t value) QV_NOEXCEPT;
+/* value is copied. */
+QV_API int qv_json_node_set_string(qv_json *qvjson, qv_json_node *node, const char *value) QV_NOEXCEPT;
+QV_API int qv_json_node_set_true(qv_json *qvjson, qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_node_set_false(qv_json *qvjson, qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_node_set_null(qv_json *qvjson, qv_json_node *node) QV_NOEXCEPT;
+
+/* Appends a new NULL-typed element and returns it (give it a value with a
+ * setter); NULL when arraynode is not an array or memory ran out. */
+QV_API qv_json_node *qv_json_node_array_add(qv_json *qvjson, qv_json_node *arraynode) QV_NOEXCEPT;
+/* Adds member key (copied) with a new NULL-typed value and returns the value
+ * node; a member of the same name is replaced and destroyed. NULL when
+ * objectnode is not an object or memory ran out. */
+QV_API qv_json_node *qv_json_node_object_add(qv_json *qvjson, qv_json_node *objectnode,
+                                             const char *key) QV_NOEXCEPT;
+
+/* Type tests: 1 or 0. is_boolean: TRUE or FALSE; is_number: INTEGER or DOUBLE. */
+QV_API int qv_json_is_null(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_false(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_true(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_boolean(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_double(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_integer(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_number(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_string(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_array(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_object(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+
+/* Typed fetches along a path. The path follows the out pointer: member names
+ * (const char *), each "#" followed by an unsigned int array index, ended by
+ * NULL; an empty path selects the start node. The qv_json_fetch_* family
+ * starts at the root, qv_json_node_fetch_* at the given node.
+ * 0 on success; -1 when the path does not lead anywhere or the node reached
+ * cannot give the kind asked for (the reason is logged); *out is then 0/NULL.
+ *  - null: *out 1 for a NULL node, 0 for any other (never fails on type);
+ *  - boolean: TRUE 1, FALSE 0, others fail;
+ *  - double: numbers, TRUE 1.0, FALSE 0.0, STRING through strtod (C locale;
+ *    fails when nothing converts);
+ *  - int64 and int: a number's stored integer, TRUE 1, FALSE 0, a STRING's
+ *    double rounded half away from zero; int fails outside 32 bits;
+ *  - string: STRING only; *out points into the node;
+ *  - node, node_const: the node itself. */
+QV_API int qv_json_fetch_null(qv_json *qvjson, int *valueptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_fetch_boolean(qv_json *qvjson, int *valueptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_fetch_double(qv_json *qvjson, double *valueptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_fetch_int64(qv_json *qvjson, int64_t *valueptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_fetch_int(qv_json *qvjson, int *valueptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_fetch_string(qv_json *qvjson, const char **valueptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_fetch_node(qv_json *qvjson, qv_json_node **nodeptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_fetch_node_const(qv_json *qvjson, const qv_json_node **nodeptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_node_fetch_double(qv_json *qvjson, const qv_json_node *node, double *valueptr,
+                                     ...) QV_NOEXCEPT;
+QV_API int qv_json_node_fetch_int64(qv_json *qvjson, const qv_json_node *node, int64_t *valueptr,
+                                    ...) QV_NOEXCEPT;
+QV_API int qv_json_node_fetch_int(qv_json *qvjson, const qv_json_node *node, int *valueptr,
+                                  ...) QV_NOEXCEPT;
+QV_API int qv_json_node_fetch_string(qv_json *qvjson, const qv_json_node *node,
+                                     const char **valueptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_node_fetch_node(qv_json *qvjson, qv_json_node *node, qv_json_node **nodeptr,
+                                   ...) QV_NOEXCEPT;
+QV_API int qv_json_node_fetch_node_const(qv_json *qvjson, const qv_json_node *node,
+                                         const qv_json_node **nodeptr, ...) QV_NOEXCEPT;
+/* The next element of the array holding node, or NULL after the last. */
+QV_API qv_json_node *qv_json_node_fetch_next(qv_json *qvjson, qv_json_node *node) QV_NOEXCEPT;
+QV_API const qv_json_node *qv_json_node_fetch_next_const(qv_json *qvjson,
+                                                         const qv_json_node *node) QV_NOEXCEPT;
+
+/* Member enumeration: returns an opaque position (NULL at the end or for an
+ * empty object) and sets *key (the member name, pointing into the document)
+ * and *value; both outputs are optional and set to NULL at the end. A node
+ * that is not an object is logged and gives NULL. Do not add or remove
+ * members of the object during a walk. */
+QV_API void *qv_json_enumerate_start(qv_json *qvjson, qv_json_node *objectnode, const char **key,
+                                     qv_json_node **value) QV_NOEXCEPT;
+QV_API void *qv_json_enumerate_next(qv_json *qvjson, qv_json_node *objectnode, void *position,
+                                    const char **key, qv_json_node **value) QV_NOEXCEPT;
+
+/* Deep copy of the children of source's root (copy) or of sourcenode
+ * (copy_node), which must be an object or an array, into destnode of the same
+ * type: members are added by name (replacing), elements appended. 0 (also for
+ * a source document without a root); QV_ERROR_INVALID_ARGUMENT when the types
+ * differ; QV_ERROR_NO_MEMORY (destnode then holds part of the copy). source
+ * may be qvjson itself. */
+QV_API int qv_json_node_copy(qv_json *qvjson, qv_json_node *destnode, qv_json *source) QV_NOEXCEPT;
+QV_API int qv_json_node_copy_node(qv_json *qvjson, qv_json_node *destnode, qv_json *source,
+                                  const qv_json_node *sourcenode) QV_NOEXCEPT;
+
+/* Replaces the document's tree by the parse of text (NUL-terminated JSON
+ * whose top level is an object or an array; numbers without exponents;
+ * nesting up to 100). 0, or -1 with the reason logged; the old tree is gone
+ * either way, and on failure the document has no root. */
+QV_API int qv_json_parse(qv_json *qvjson, const char *text) QV_NOEXCEPT;
+
+/* The document as one line of JSON text, new (free with qv_free), or NULL
+ * with the reason logged. Objects "{ \"a\": 1, \"b\": [ 2 ] }", empty "{ }"
+ * and "[ ]"; doubles as "%g" with a '.' in every locale. The document must
+ * have a root. */
+QV_API char *qv_json_output(qv_json *qvjson) QV_NOEXCEPT;
+
 /* ======================================================================
  * Base64, hexadecimal, PEM and URL encoding
  * ====================================================================== */
