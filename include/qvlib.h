@@ -355,6 +355,108 @@ QV_API void qv_mutex_destroy(qv_mutex *qvmutex) QV_NOEXCEPT;
 
 /* @@section hash@@ */
 
+/* --- The intrusive hash table ---------------------------------------------
+ * A qv_hash stores the caller's own item structures. Each item embeds one
+ * qv_hash_link at a fixed offset (given to qv_hash_create, usually with
+ * offsetof); the table threads its slot chains through those links and never
+ * copies an item. The table grows by four (5, 21, 85, 341, ... slots) at about
+ * 90% load and shrinks at 10%, incrementally: a resize allocates the new slot
+ * array at once and then moves one item per later add or remove, so no single
+ * call rehashes the whole table. A failed resize allocation is not an error:
+ * the table keeps working at its size. No locking: one thread at a time.
+ *
+ * Ownership: an added item belongs to the table until qv_hash_remove hands it
+ * back (no callback runs), or until the table discards it (replaced by an
+ * equal item, clear, destroy), which calls the destroy callback on it. */
+
+typedef struct qv_hash qv_hash;
+
+/* The link every item carries; the table owns its contents while the item is
+ * stored. */
+typedef struct qv_hash_link {
+    struct qv_hash_link *next;
+    struct qv_hash_link *prev;
+} qv_hash_link;
+
+/* Hash of an item's key; equal items must hash alike. */
+typedef uint32_t (*qv_hash_calchash_fn)(const void *item, void *context);
+/* 0 when the stored item and the search item have the same key. */
+typedef int (*qv_hash_compare_fn)(const void *storeditem, const void *searchitem, void *context);
+/* Destroys an item the table discards; the result is ignored. */
+typedef int (*qv_hash_destroy_fn)(void *item, void *context);
+
+/* A new empty table of 5 slots, or NULL when memory runs out. listoffset is
+ * the byte offset of the qv_hash_link inside every item; all three callbacks
+ * are required and receive context. */
+QV_API qv_hash *qv_hash_create(size_t listoffset, qv_hash_calchash_fn calchashcallback,
+                               qv_hash_compare_fn comparecallback,
+                               qv_hash_destroy_fn destroycallback, void *context) QV_NOEXCEPT;
+/* A new empty table with original's callbacks, context, link offset and
+ * minimum size (items are not copied), or NULL. */
+QV_API qv_hash *qv_hash_create_from(const qv_hash *original) QV_NOEXCEPT;
+/* Destroys every item, then frees the table. */
+QV_API void qv_hash_destroy(qv_hash *qvhash) QV_NOEXCEPT;
+/* Destroys every item and returns the table to its minimum size. */
+QV_API void qv_hash_clear(qv_hash *qvhash) QV_NOEXCEPT;
+/* Stores item. A stored item that compares equal is destroyed first, so the
+ * count is unchanged by a replacement. Never fails. */
+QV_API void qv_hash_add(qv_hash *qvhash, void *item) QV_NOEXCEPT;
+/* The stored item equal to searchitem (any item-shaped object with its key
+ * fields filled in), or NULL. A lookup during a resize may move the item it
+ * finds into the new slot array. */
+QV_API void *qv_hash_lookup(qv_hash *qvhash, const void *searchitem) QV_NOEXCEPT;
+/* Takes a stored item, identified by its address, out of the table without
+ * destroying it. Pass an item just returned by qv_hash_lookup; an item that
+ * is not in the table is a broken precondition. */
+QV_API void qv_hash_remove(qv_hash *qvhash, void *item) QV_NOEXCEPT;
+/* Enumeration: the first item, then each following one, NULL at the end.
+ * The walk keeps no state: an add, remove or lookup during the walk may make
+ * it repeat or miss items. To remove the current item, fetch its successor
+ * first. The order is the new slot array's items (during a resize), then the
+ * main array's, each in slot order and within a slot in insertion order. */
+QV_API void *qv_hash_enumerate_start(qv_hash *qvhash) QV_NOEXCEPT;
+QV_API void *qv_hash_enumerate_next(qv_hash *qvhash, void *item) QV_NOEXCEPT;
+
+/* The string hash of the library: the bytes in groups of four, packed
+ * big-endian, each group XORed into a 32-bit value rotated left by 5. The
+ * empty string gives 0; case is significant. */
+QV_API uint32_t qv_hashfunc_string(const char *string) QV_NOEXCEPT;
+
+/* --- The string-keyed table -----------------------------------------------
+ * A qv_stringhash maps case-sensitive NUL-terminated keys to opaque value
+ * pointers. It copies the keys it stores and keeps the values as given; when
+ * an entry is replaced, removed or cleared, the value destroy callback (if
+ * any) is called with the value and the context. */
+
+typedef struct qv_stringhash qv_stringhash;
+typedef void (*qv_stringhash_destroy_fn)(void *value, void *context);
+
+/* A new empty table, or NULL. destroycallback may be NULL. */
+QV_API qv_stringhash *qv_stringhash_create(qv_stringhash_destroy_fn destroycallback,
+                                           void *context) QV_NOEXCEPT;
+/* A new empty table with original's value destroy callback and context, or
+ * NULL. Its entries are destroyed through original, which must outlive it. */
+QV_API qv_stringhash *qv_stringhash_create_from(const qv_stringhash *original) QV_NOEXCEPT;
+/* Stores a copy of key with value, replacing (and destroying) an entry with
+ * the same key. 0, or -1 when memory ran out (nothing changed). */
+QV_API int qv_stringhash_add(qv_stringhash *stringhash, const char *key, void *value) QV_NOEXCEPT;
+/* The value stored under key, or NULL when absent (a stored NULL value looks
+ * the same). */
+QV_API void *qv_stringhash_lookup(qv_stringhash *stringhash, const char *key) QV_NOEXCEPT;
+/* 0 when the entry was removed and destroyed, -1 when key is absent. */
+QV_API int qv_stringhash_remove(qv_stringhash *stringhash, const char *key) QV_NOEXCEPT;
+/* Enumeration: returns an opaque position (NULL at the end) and sets *key and
+ * *value (each optional) to the entry's key and value, or to NULL at the end.
+ * Same order and caveats as qv_hash_enumerate_start/next. */
+QV_API void *qv_stringhash_enumerate_start(qv_stringhash *stringhash, const char **key,
+                                           void **value) QV_NOEXCEPT;
+QV_API void *qv_stringhash_enumerate_next(qv_stringhash *stringhash, void *prevstringhashitem,
+                                          const char **key, void **value) QV_NOEXCEPT;
+/* Destroys every entry. */
+QV_API void qv_stringhash_clear(qv_stringhash *qvstringhash) QV_NOEXCEPT;
+/* Destroys every entry and the table. */
+QV_API void qv_stringhash_destroy(qv_stringhash *stringhash) QV_NOEXCEPT;
+
 /* ======================================================================
  * JSON documents and INI files
  * ====================================================================== */
