@@ -176,7 +176,13 @@ bool decimal_to_double(const char *begin, const char *end, double *out) noexcept
         negative = true;
         ++p;
     }
-    const char *dot = static_cast<const char *>(memchr(p, '.', static_cast<size_t>(end - p)));
+    const char *dot = nullptr;
+    for (const char *s = p; s < end; ++s) {
+        if (*s == '.') {
+            dot = s;
+            break;
+        }
+    }
     const char *last = end;
     if (dot != nullptr) {
         while (last > dot + 1 && last[-1] == '0') --last;  // trailing zeros change nothing

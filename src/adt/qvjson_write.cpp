@@ -54,8 +54,7 @@ struct EscapeTable {
     constexpr EscapeTable() : size() {
         for (int c = 0; c < 256; ++c) size[c] = 1;
         for (int c = 0; c < 0x20; ++c) size[c] = 6;
-        size['\b'] = size['\f'] = size['\n'] = size['\r'] = size['\t'] = 2;
-        size['"'] = size['\\'] = 2;
+        for (unsigned char c : {'\b', '\f', '\n', '\r', '\t', '"', '\\'}) size[c] = 2;
     }
 };
 constexpr EscapeTable kEscape;
