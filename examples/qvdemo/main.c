@@ -7,6 +7,8 @@
 #include "demo.h"
 
 int main(void) {
+    /* Line-buffered, so the library's stderr lines appear where they happen. */
+    setvbuf(stdout, NULL, _IOLBF, 0);
     demo_foundation();
     /* @@demo sections@@ */
     qv_uninit();

@@ -9,7 +9,7 @@
 namespace qv {
 
 int vformat_alloc(char **out, const char *format, va_list ap) noexcept {
-    char local[256];
+    char local[1024];
     va_list ap2;
     va_copy(ap2, ap);
     int needlen = qv_vsnprintf(local, sizeof local, format, ap2);
