@@ -10,6 +10,7 @@ int main(void) {
     /* Line-buffered, so the library's stderr lines appear where they happen. */
     setvbuf(stdout, NULL, _IOLBF, 0);
     demo_foundation();
+    demo_json();
     /* @@demo sections@@ */
     qv_uninit();
     printf("\nqvdemo: done\n");
