@@ -83,6 +83,7 @@ bool keys_reserve(Parser *ps, size_t more) noexcept {
 
 // Appends bytes to the scratch string being decoded.
 inline bool put(Parser *ps, const char *data, size_t n) noexcept {
+    if (n == 0) return true;  // the stack may not exist yet
     if (!keys_reserve(ps, n)) return false;
     memcpy(ps->keys + ps->keys_len, data, n);
     ps->keys_len += n;
