@@ -355,11 +355,248 @@ QV_API void qv_mutex_destroy(qv_mutex *qvmutex) QV_NOEXCEPT;
 
 /* @@section hash@@ */
 
+/* --- The intrusive hash table ---------------------------------------------
+ * A qv_hash stores the caller's own item structures. Each item embeds one
+ * qv_hash_link at a fixed offset (given to qv_hash_create, usually with
+ * offsetof); the table threads its slot chains through those links and never
+ * copies an item. The table grows by four (5, 21, 85, 341, ... slots) at about
+ * 90% load and shrinks at 10%, incrementally: a resize allocates the new slot
+ * array at once and then moves one item per later add or remove, so no single
+ * call rehashes the whole table. A failed resize allocation is not an error:
+ * the table keeps working at its size. No locking: one thread at a time.
+ *
+ * Ownership: an added item belongs to the table until qv_hash_remove hands it
+ * back (no callback runs), or until the table discards it (replaced by an
+ * equal item, clear, destroy), which calls the destroy callback on it. */
+
+typedef struct qv_hash qv_hash;
+
+/* The link every item carries; the table owns its contents while the item is
+ * stored. */
+typedef struct qv_hash_link {
+    struct qv_hash_link *next;
+    struct qv_hash_link *prev;
+} qv_hash_link;
+
+/* Hash of an item's key; equal items must hash alike. */
+typedef uint32_t (*qv_hash_calchash_fn)(const void *item, void *context);
+/* 0 when the stored item and the search item have the same key. */
+typedef int (*qv_hash_compare_fn)(const void *storeditem, const void *searchitem, void *context);
+/* Destroys an item the table discards; the result is ignored. */
+typedef int (*qv_hash_destroy_fn)(void *item, void *context);
+
+/* A new empty table of 5 slots, or NULL when memory runs out. listoffset is
+ * the byte offset of the qv_hash_link inside every item; all three callbacks
+ * are required and receive context. */
+QV_API qv_hash *qv_hash_create(size_t listoffset, qv_hash_calchash_fn calchashcallback,
+                               qv_hash_compare_fn comparecallback,
+                               qv_hash_destroy_fn destroycallback, void *context) QV_NOEXCEPT;
+/* A new empty table with original's callbacks, context, link offset and
+ * minimum size (items are not copied), or NULL. */
+QV_API qv_hash *qv_hash_create_from(const qv_hash *original) QV_NOEXCEPT;
+/* Destroys every item, then frees the table. */
+QV_API void qv_hash_destroy(qv_hash *qvhash) QV_NOEXCEPT;
+/* Destroys every item and returns the table to its minimum size. */
+QV_API void qv_hash_clear(qv_hash *qvhash) QV_NOEXCEPT;
+/* Stores item. A stored item that compares equal is destroyed first, so the
+ * count is unchanged by a replacement. Never fails. */
+QV_API void qv_hash_add(qv_hash *qvhash, void *item) QV_NOEXCEPT;
+/* The stored item equal to searchitem (any item-shaped object with its key
+ * fields filled in), or NULL. A lookup during a resize may move the item it
+ * finds into the new slot array. */
+QV_API void *qv_hash_lookup(qv_hash *qvhash, const void *searchitem) QV_NOEXCEPT;
+/* Takes a stored item, identified by its address, out of the table without
+ * destroying it. Pass an item just returned by qv_hash_lookup; an item that
+ * is not in the table is a broken precondition. */
+QV_API void qv_hash_remove(qv_hash *qvhash, void *item) QV_NOEXCEPT;
+/* Enumeration: the first item, then each following one, NULL at the end.
+ * The walk keeps no state: an add, remove or lookup during the walk may make
+ * it repeat or miss items. To remove the current item, fetch its successor
+ * first. The order is the new slot array's items (during a resize), then the
+ * main array's, each in slot order and within a slot in insertion order. */
+QV_API void *qv_hash_enumerate_start(qv_hash *qvhash) QV_NOEXCEPT;
+QV_API void *qv_hash_enumerate_next(qv_hash *qvhash, void *item) QV_NOEXCEPT;
+
+/* The string hash of the library: the bytes in groups of four, packed
+ * big-endian, each group XORed into a 32-bit value rotated left by 5. The
+ * empty string gives 0; case is significant. */
+QV_API uint32_t qv_hashfunc_string(const char *string) QV_NOEXCEPT;
+
+/* --- The string-keyed table -----------------------------------------------
+ * A qv_stringhash maps case-sensitive NUL-terminated keys to opaque value
+ * pointers. It copies the keys it stores and keeps the values as given; when
+ * an entry is replaced, removed or cleared, the value destroy callback (if
+ * any) is called with the value and the context. */
+
+typedef struct qv_stringhash qv_stringhash;
+typedef void (*qv_stringhash_destroy_fn)(void *value, void *context);
+
+/* A new empty table, or NULL. destroycallback may be NULL. */
+QV_API qv_stringhash *qv_stringhash_create(qv_stringhash_destroy_fn destroycallback,
+                                           void *context) QV_NOEXCEPT;
+/* A new empty table with original's value destroy callback and context, or
+ * NULL. Its entries are destroyed through original, which must outlive it. */
+QV_API qv_stringhash *qv_stringhash_create_from(const qv_stringhash *original) QV_NOEXCEPT;
+/* Stores a copy of key with value, replacing (and destroying) an entry with
+ * the same key. 0, or -1 when memory ran out (nothing changed). */
+QV_API int qv_stringhash_add(qv_stringhash *stringhash, const char *key, void *value) QV_NOEXCEPT;
+/* The value stored under key, or NULL when absent (a stored NULL value looks
+ * the same). */
+QV_API void *qv_stringhash_lookup(qv_stringhash *stringhash, const char *key) QV_NOEXCEPT;
+/* 0 when the entry was removed and destroyed, -1 when key is absent. */
+QV_API int qv_stringhash_remove(qv_stringhash *stringhash, const char *key) QV_NOEXCEPT;
+/* Enumeration: returns an opaque position (NULL at the end) and sets *key and
+ * *value (each optional) to the entry's key and value, or to NULL at the end.
+ * Same order and caveats as qv_hash_enumerate_start/next. */
+QV_API void *qv_stringhash_enumerate_start(qv_stringhash *stringhash, const char **key,
+                                           void **value) QV_NOEXCEPT;
+QV_API void *qv_stringhash_enumerate_next(qv_stringhash *stringhash, void *prevstringhashitem,
+                                          const char **key, void **value) QV_NOEXCEPT;
+/* Destroys every entry. */
+QV_API void qv_stringhash_clear(qv_stringhash *qvstringhash) QV_NOEXCEPT;
+/* Destroys every entry and the table. */
+QV_API void qv_stringhash_destroy(qv_stringhash *stringhash) QV_NOEXCEPT;
+
 /* ======================================================================
  * JSON documents and INI files
  * ====================================================================== */
 
 /* @@section json@@ */
+
+/* A JSON document owns a tree of nodes. Objects map case-sensitive member
+ * names to value nodes (a member table; member order is the table's own
+ * enumeration order, not insertion order); arrays keep their elements in
+ * order. Numbers carry an integer and a double representation at once.
+ * Nodes handed out by the functions below point into the document: they stay
+ * valid until the node is retyped, replaced or the document is destroyed.
+ * A document is used by one thread at a time. */
+typedef struct qv_json qv_json;
+typedef struct qv_json_node qv_json_node;
+
+typedef enum qv_json_type {
+    QV_JSON_TYPE_NONE = 0,
+    QV_JSON_TYPE_OBJECT = 1,
+    QV_JSON_TYPE_ARRAY = 2,
+    QV_JSON_TYPE_STRING = 3,
+    QV_JSON_TYPE_INTEGER = 4,
+    QV_JSON_TYPE_DOUBLE = 5,
+    QV_JSON_TYPE_TRUE = 6,
+    QV_JSON_TYPE_FALSE = 7,
+    QV_JSON_TYPE_NULL = 8,
+    QV_JSON_TYPE_COUNT = 9
+} qv_json_type;
+
+/* A new empty document (no root), or NULL when memory ran out. */
+QV_API qv_json *qv_json_create(void) QV_NOEXCEPT;
+/* Frees the whole tree and the document. */
+QV_API void qv_json_destroy(qv_json *qvjson) QV_NOEXCEPT;
+
+/* Setters: retype node in place, releasing its old content (string, elements,
+ * members). node NULL means the root: created when the document has none,
+ * else retyped. 0, or QV_ERROR_NO_MEMORY (the node is then unchanged). */
+QV_API int qv_json_node_set_object(qv_json *qvjson, qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_node_set_array(qv_json *qvjson, qv_json_node *node) QV_NOEXCEPT;
+/* Also stores the integer (int64_t)(value + 0.5), truncated toward zero. */
+QV_API int qv_json_node_set_double(qv_json *qvjson, qv_json_node *node, double value) QV_NOEXCEPT;
+/* Also stores the double (double)value. */
+QV_API int qv_json_node_set_integer(qv_json *qvjson, qv_json_node *node, int64_t value) QV_NOEXCEPT;
+/* value is copied. */
+QV_API int qv_json_node_set_string(qv_json *qvjson, qv_json_node *node, const char *value) QV_NOEXCEPT;
+QV_API int qv_json_node_set_true(qv_json *qvjson, qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_node_set_false(qv_json *qvjson, qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_node_set_null(qv_json *qvjson, qv_json_node *node) QV_NOEXCEPT;
+
+/* Appends a new NULL-typed element and returns it (give it a value with a
+ * setter); NULL when arraynode is not an array or memory ran out. */
+QV_API qv_json_node *qv_json_node_array_add(qv_json *qvjson, qv_json_node *arraynode) QV_NOEXCEPT;
+/* Adds member key (copied) with a new NULL-typed value and returns the value
+ * node; a member of the same name is replaced and destroyed. NULL when
+ * objectnode is not an object or memory ran out. */
+QV_API qv_json_node *qv_json_node_object_add(qv_json *qvjson, qv_json_node *objectnode,
+                                             const char *key) QV_NOEXCEPT;
+
+/* Type tests: 1 or 0. is_boolean: TRUE or FALSE; is_number: INTEGER or DOUBLE. */
+QV_API int qv_json_is_null(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_false(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_true(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_boolean(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_double(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_integer(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_number(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_string(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_array(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+QV_API int qv_json_is_object(qv_json *qvjson, const qv_json_node *node) QV_NOEXCEPT;
+
+/* Typed fetches along a path. The path follows the out pointer: member names
+ * (const char *), each "#" followed by an unsigned int array index, ended by
+ * NULL; an empty path selects the start node. The qv_json_fetch_* family
+ * starts at the root, qv_json_node_fetch_* at the given node.
+ * 0 on success; -1 when the path does not lead anywhere or the node reached
+ * cannot give the kind asked for (the reason is logged); *out is then 0/NULL.
+ *  - null: *out 1 for a NULL node, 0 for any other (never fails on type);
+ *  - boolean: TRUE 1, FALSE 0, others fail;
+ *  - double: numbers, TRUE 1.0, FALSE 0.0, STRING through strtod (C locale;
+ *    fails when nothing converts);
+ *  - int64 and int: a number's stored integer, TRUE 1, FALSE 0, a STRING's
+ *    double rounded half away from zero; int fails outside 32 bits;
+ *  - string: STRING only; *out points into the node;
+ *  - node, node_const: the node itself. */
+QV_API int qv_json_fetch_null(qv_json *qvjson, int *valueptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_fetch_boolean(qv_json *qvjson, int *valueptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_fetch_double(qv_json *qvjson, double *valueptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_fetch_int64(qv_json *qvjson, int64_t *valueptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_fetch_int(qv_json *qvjson, int *valueptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_fetch_string(qv_json *qvjson, const char **valueptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_fetch_node(qv_json *qvjson, qv_json_node **nodeptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_fetch_node_const(qv_json *qvjson, const qv_json_node **nodeptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_node_fetch_double(qv_json *qvjson, const qv_json_node *node, double *valueptr,
+                                     ...) QV_NOEXCEPT;
+QV_API int qv_json_node_fetch_int64(qv_json *qvjson, const qv_json_node *node, int64_t *valueptr,
+                                    ...) QV_NOEXCEPT;
+QV_API int qv_json_node_fetch_int(qv_json *qvjson, const qv_json_node *node, int *valueptr,
+                                  ...) QV_NOEXCEPT;
+QV_API int qv_json_node_fetch_string(qv_json *qvjson, const qv_json_node *node,
+                                     const char **valueptr, ...) QV_NOEXCEPT;
+QV_API int qv_json_node_fetch_node(qv_json *qvjson, qv_json_node *node, qv_json_node **nodeptr,
+                                   ...) QV_NOEXCEPT;
+QV_API int qv_json_node_fetch_node_const(qv_json *qvjson, const qv_json_node *node,
+                                         const qv_json_node **nodeptr, ...) QV_NOEXCEPT;
+/* The next element of the array holding node, or NULL after the last. */
+QV_API qv_json_node *qv_json_node_fetch_next(qv_json *qvjson, qv_json_node *node) QV_NOEXCEPT;
+QV_API const qv_json_node *qv_json_node_fetch_next_const(qv_json *qvjson,
+                                                         const qv_json_node *node) QV_NOEXCEPT;
+
+/* Member enumeration: returns an opaque position (NULL at the end or for an
+ * empty object) and sets *key (the member name, pointing into the document)
+ * and *value; both outputs are optional and set to NULL at the end. A node
+ * that is not an object is logged and gives NULL. Do not add or remove
+ * members of the object during a walk. */
+QV_API void *qv_json_enumerate_start(qv_json *qvjson, qv_json_node *objectnode, const char **key,
+                                     qv_json_node **value) QV_NOEXCEPT;
+QV_API void *qv_json_enumerate_next(qv_json *qvjson, qv_json_node *objectnode, void *position,
+                                    const char **key, qv_json_node **value) QV_NOEXCEPT;
+
+/* Deep copy of the children of source's root (copy) or of sourcenode
+ * (copy_node), which must be an object or an array, into destnode of the same
+ * type: members are added by name (replacing), elements appended. 0 (also for
+ * a source document without a root); QV_ERROR_INVALID_ARGUMENT when the types
+ * differ; QV_ERROR_NO_MEMORY (destnode then holds part of the copy). source
+ * may be qvjson itself. */
+QV_API int qv_json_node_copy(qv_json *qvjson, qv_json_node *destnode, qv_json *source) QV_NOEXCEPT;
+QV_API int qv_json_node_copy_node(qv_json *qvjson, qv_json_node *destnode, qv_json *source,
+                                  const qv_json_node *sourcenode) QV_NOEXCEPT;
+
+/* Replaces the document's tree by the parse of text (NUL-terminated JSON
+ * whose top level is an object or an array; numbers without exponents;
+ * nesting up to 100). 0, or -1 with the reason logged; the old tree is gone
+ * either way, and on failure the document has no root. */
+QV_API int qv_json_parse(qv_json *qvjson, const char *text) QV_NOEXCEPT;
+
+/* The document as one line of JSON text, new (free with qv_free), or NULL
+ * with the reason logged. Objects "{ \"a\": 1, \"b\": [ 2 ] }", empty "{ }"
+ * and "[ ]"; doubles as "%g" with a '.' in every locale. The document must
+ * have a root. */
+QV_API char *qv_json_output(qv_json *qvjson) QV_NOEXCEPT;
 
 /* ======================================================================
  * Base64, hexadecimal, PEM and URL encoding

@@ -9,6 +9,7 @@ void demo_heading(const char *title);
 void demo_foundation(void);
 void demo_codecs(void);
 void demo_files(void);
+void demo_json(void);
 /* @@demo declarations@@ */
 
 #endif

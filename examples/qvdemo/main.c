@@ -12,6 +12,7 @@ int main(void) {
     demo_foundation();
     demo_codecs();
     demo_files();
+    demo_json();
     /* @@demo sections@@ */
     qv_uninit();
     printf("\nqvdemo: done\n");

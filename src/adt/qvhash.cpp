@@ -1,0 +1,471 @@
+// The intrusive hash table with incremental resizing.
+//
+// A qv_hash keeps the caller's items in chained slots; each item embeds a
+// qv_hash_link, and the chains run through those links, so the table never
+// allocates per item. Hashing, equality and destruction are callbacks.
+//
+// Resizing is spread over time, in the manner of Redis' dict.c. The table has
+// a main array and, while a resize runs, a second slot array to resize into
+// (biggerarray when growing, smallerarray when shrinking; never both). The
+// one invariant everything below keeps:
+//
+//   The "insertion array" is biggerarray, else smallerarray, else the main
+//   array. Every item lives in exactly one of the insertion array and the
+//   main array; new items always go into the insertion array, so during a
+//   resize the main array only ever loses items. When it holds none, the
+//   insertion array becomes the main array and the resize is over.
+//
+// Each function's part in that:
+//   - add      replaces an equal item in either array, appends to the
+//              insertion array, and moves one item out of the main array
+//              (a "migration step"); with no resize running, it may start
+//              a grow (at ~90% load, to 4n + 1 slots: 5, 21, 85, 341, ...).
+//   - remove   unlinks by address, then takes one migration step; with no
+//              resize running, it may start a shrink (at 10% load).
+//   - lookup   searches the insertion array first, then the main array,
+//              and moves only the item it found there.
+//   - clear    empties every array and returns to the minimum size.
+// A resize starts only from a steady table, so a grow and a shrink never
+// overlap, and every add or remove costs one chain search per array plus at
+// most one item move. Failing to allocate a new array is not an error: the
+// table simply stays at its size.
+//
+// Chains keep insertion order (append at the tail); enumeration walks the
+// insertion array, then the main array, in slot order.
+//
+// No locking: a table belongs to one thread at a time.
+#include <cstddef>
+#include <cstdint>
+
+#include "internal/qvinternal.h"
+#include "platform/qvplat_fatal.h"
+
+// ---------------------------------------------------------------------------
+// Types
+// ---------------------------------------------------------------------------
+
+namespace {
+
+struct SlotHead {
+    qv_hash_link *first;
+    qv_hash_link *last;
+};
+
+struct HashArray {
+    uint32_t slotcount;
+    SlotHead *slots;
+    uint32_t entries;
+    // No slot below this index holds an item. Migration always takes the
+    // first item of the main array; without this bound, finding it would
+    // rescan the emptied prefix on every step and make a resize quadratic.
+    uint32_t scanfrom;
+    // Multiplier for reducing a hash modulo slotcount without a division.
+    uint64_t modmagic;
+};
+
+}  // namespace
+
+struct qv_hash {
+    uint32_t minslots;
+    HashArray *array;         // the main array, always present
+    HashArray *biggerarray;   // growing into this, or null
+    HashArray *smallerarray;  // shrinking into this, or null
+    uint32_t entries;         // items in all arrays together
+    qv_hash_calchash_fn calchashcallback;
+    qv_hash_compare_fn comparecallback;
+    qv_hash_destroy_fn destroycallback;
+    size_t listoffset;
+    void *context;
+};
+
+namespace {
+
+constexpr uint32_t kMinSlots = 5;
+
+// ---------------------------------------------------------------------------
+// Slot arrays and chains
+// ---------------------------------------------------------------------------
+
+// hash % slotcount. Slot counts are odd and not powers of two, so this is a
+// real modulo; with 128-bit arithmetic it is two multiplications instead of
+// a division (Lemire's "faster remainder by direct computation").
+inline uint32_t slot_index(const HashArray *a, uint32_t hash) noexcept {
+#if defined(__SIZEOF_INT128__)
+    uint64_t low = a->modmagic * hash;
+    return static_cast<uint32_t>((static_cast<unsigned __int128>(low) * a->slotcount) >> 64);
+#else
+    return hash % a->slotcount;
+#endif
+}
+
+HashArray *array_create(uint32_t slotcount) noexcept {
+    QV_ASSERT(slotcount >= 5);
+    auto *a = static_cast<HashArray *>(qv_cmalloc(sizeof(HashArray)));
+    if (a == nullptr) {
+        QV_LOG(7, "not enough memory for hash array structure");
+        return nullptr;
+    }
+    a->slots = static_cast<SlotHead *>(qv_calloc(slotcount, sizeof(SlotHead)));
+    if (a->slots == nullptr) {
+        QV_LOG(7, "not enough memory for hash array slots (%lu bytes)",
+               static_cast<unsigned long>(qv_sizet_multiply_and_limit(slotcount, sizeof(SlotHead))));
+        qv_free(a);
+        return nullptr;
+    }
+    a->slotcount = slotcount;
+    a->scanfrom = slotcount;
+    a->modmagic = UINT64_MAX / slotcount + 1;
+    return a;
+}
+
+void array_free(HashArray *a) noexcept {
+    if (a == nullptr) return;
+    qv_free(a->slots);
+    qv_free(a);
+}
+
+void chain_append(HashArray *a, uint32_t slot, qv_hash_link *link) noexcept {
+    SlotHead &head = a->slots[slot];
+    link->next = nullptr;
+    link->prev = head.last;
+    if (head.last != nullptr)
+        head.last->next = link;
+    else
+        head.first = link;
+    head.last = link;
+    a->entries++;
+    if (slot < a->scanfrom) a->scanfrom = slot;
+}
+
+// Repairs the neighbours and the slot head; the caller adjusts the counts.
+void chain_unlink(HashArray *a, uint32_t slot, qv_hash_link *link) noexcept {
+    SlotHead &head = a->slots[slot];
+    if (link->prev != nullptr)
+        link->prev->next = link->next;
+    else
+        head.first = link->next;
+    if (link->next != nullptr)
+        link->next->prev = link->prev;
+    else
+        head.last = link->prev;
+    link->next = link->prev = nullptr;
+}
+
+bool chain_holds(const HashArray *a, uint32_t slot, const qv_hash_link *link) noexcept {
+    for (const qv_hash_link *l = a->slots[slot].first; l != nullptr; l = l->next)
+        if (l == link) return true;
+    return false;
+}
+
+// The first link of slot `from` or a later one, or null.
+qv_hash_link *first_link_from(const HashArray *a, uint32_t from) noexcept {
+    for (uint32_t s = from < a->scanfrom ? a->scanfrom : from; s < a->slotcount; ++s)
+        if (a->slots[s].first != nullptr) return a->slots[s].first;
+    return nullptr;
+}
+
+// The first link of the array, tightening the scan bound on the way.
+qv_hash_link *first_link(HashArray *a) noexcept {
+    uint32_t s = a->scanfrom;
+    while (s < a->slotcount && a->slots[s].first == nullptr) ++s;
+    a->scanfrom = s;
+    return s < a->slotcount ? a->slots[s].first : nullptr;
+}
+
+// ---------------------------------------------------------------------------
+// Table helpers
+// ---------------------------------------------------------------------------
+
+inline qv_hash_link *link_of(const qv_hash *t, void *item) noexcept {
+    return reinterpret_cast<qv_hash_link *>(static_cast<char *>(item) + t->listoffset);
+}
+
+inline void *item_of(const qv_hash *t, qv_hash_link *link) noexcept {
+    return link == nullptr ? nullptr : reinterpret_cast<char *>(link) - t->listoffset;
+}
+
+inline HashArray *insertion_array(const qv_hash *qvhash) noexcept {
+    if (qvhash->biggerarray != nullptr) {
+        QV_ASSERT(qvhash->smallerarray == NULL);
+        return qvhash->biggerarray;
+    }
+    return qvhash->smallerarray != nullptr ? qvhash->smallerarray : qvhash->array;
+}
+
+// The first item of the chain for hash that compares equal to item.
+qv_hash_link *chain_find(const qv_hash *t, const HashArray *a, uint32_t hash,
+                         const void *item) noexcept {
+    for (qv_hash_link *l = a->slots[slot_index(a, hash)].first; l != nullptr; l = l->next)
+        if (t->comparecallback(item_of(t, l), item, t->context) == 0) return l;
+    return nullptr;
+}
+
+// Drops the stored item equal to item from one array, if there is one.
+void discard_equal(qv_hash *t, HashArray *a, uint32_t hash, const void *item) noexcept {
+    qv_hash_link *old = chain_find(t, a, hash, item);
+    if (old == nullptr) return;
+    chain_unlink(a, slot_index(a, hash), old);
+    a->entries--;
+    t->destroycallback(item_of(t, old), t->context);
+    t->entries--;
+}
+
+// The end of a resize: once the main array is empty, the array being
+// resized into takes its place.
+void finish_if_drained(qv_hash *t, HashArray *target) noexcept {
+    if (t->array->entries != 0 || target == t->array) return;
+    if (target == t->biggerarray)
+        QV_LOG(13, "replacing the main hash array with the bigger one");
+    else
+        QV_LOG(13, "replacing the main hash array with the smaller one");
+    array_free(t->array);
+    t->array = target;
+    t->biggerarray = nullptr;
+    t->smallerarray = nullptr;
+}
+
+// One migration step: move the main array's first item into target.
+void migrate_step(qv_hash *t, HashArray *target) noexcept {
+    HashArray *main = t->array;
+    qv_hash_link *first = first_link(main);
+    if (first != nullptr) {
+        void *firstitem = item_of(t, first);
+        uint32_t hash = t->calchashcallback(firstitem, t->context);
+        // Finding the item again through its hash proves the hash callback
+        // still agrees with where the item was filed.
+        void *it = item_of(t, chain_find(t, main, hash, firstitem));
+        QV_ASSERT(it == firstitem);
+        chain_unlink(main, slot_index(main, hash), first);
+        main->entries--;
+        chain_append(target, slot_index(target, hash), first);
+    }
+    finish_if_drained(t, target);
+}
+
+// Only called with no resize running.
+void maybe_grow(qv_hash *t) noexcept {
+    uint32_t slots = t->array->slotcount;
+    if (t->array->entries < slots - slots / 10) return;
+    if (slots > (UINT32_MAX - 1) / 4) return;  // 4n + 1 would not fit
+    uint32_t newslots = slots * 4 + 1;
+    QV_LOG(13, "start growing hashtable to %lu slots", static_cast<unsigned long>(newslots));
+    t->biggerarray = array_create(newslots);
+    if (t->biggerarray == nullptr)
+        QV_LOG(7, "not enough memory to grow the hashtable from %lu to %lu slots",
+               static_cast<unsigned long>(slots), static_cast<unsigned long>(newslots));
+}
+
+// Only called with no resize running.
+void maybe_shrink(qv_hash *t) noexcept {
+    uint32_t slots = t->array->slotcount;
+    if (t->array->entries > slots / 10 || slots <= t->minslots) return;
+    uint32_t newslots = (slots - 1) / 4;
+    if (newslots < t->minslots) newslots = t->minslots;
+    QV_LOG(13, "start shrinking hashtable to %lu slots", static_cast<unsigned long>(newslots));
+    t->smallerarray = array_create(newslots);
+    if (t->smallerarray == nullptr)
+        QV_LOG(7, "not enough memory to shrink the hashtable from %lu to %lu slots",
+               static_cast<unsigned long>(slots), static_cast<unsigned long>(newslots));
+}
+
+// Destroys every item of one array, slot by slot, in chain order.
+void array_drain(qv_hash *t, HashArray *qvhasharray) noexcept {
+    if (qvhasharray == nullptr) return;
+    for (uint32_t s = 0; s < qvhasharray->slotcount; ++s) {
+        while (qv_hash_link *l = qvhasharray->slots[s].first) {
+            chain_unlink(qvhasharray, s, l);
+            t->destroycallback(item_of(t, l), t->context);
+            t->entries--;
+            qvhasharray->entries--;
+        }
+    }
+    QV_ASSERT(qvhasharray->entries == 0);
+    qvhasharray->scanfrom = qvhasharray->slotcount;
+}
+
+qv_hash *table_create(uint32_t minslots, size_t listoffset, qv_hash_calchash_fn calchashcallback,
+                      qv_hash_compare_fn comparecallback, qv_hash_destroy_fn destroycallback,
+                      void *context, const char *nomemory) noexcept {
+    auto *t = static_cast<qv_hash *>(qv_cmalloc(sizeof(qv_hash)));
+    if (t == nullptr) {
+        QV_LOG(7, "%s", nomemory);
+        return nullptr;
+    }
+    t->minslots = minslots;
+    t->calchashcallback = calchashcallback;
+    t->comparecallback = comparecallback;
+    t->destroycallback = destroycallback;
+    t->listoffset = listoffset;
+    t->context = context;
+    QV_LOG(13, "create an initial hash array of size %lu", static_cast<unsigned long>(minslots));
+    t->array = array_create(minslots);
+    if (t->array == nullptr) {
+        qv_free(t);
+        return nullptr;
+    }
+    return t;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// API
+// ---------------------------------------------------------------------------
+
+extern "C" {
+
+QV_API qv_hash *qv_hash_create(size_t listoffset, qv_hash_calchash_fn calchashcallback,
+                               qv_hash_compare_fn comparecallback,
+                               qv_hash_destroy_fn destroycallback, void *context) noexcept {
+    QV_ASSERT(calchashcallback != NULL);
+    QV_ASSERT(comparecallback != NULL);
+    QV_ASSERT(destroycallback != NULL);
+    return table_create(kMinSlots, listoffset, calchashcallback, comparecallback, destroycallback,
+                        context, "not enough memory for qvhash structure");
+}
+
+QV_API qv_hash *qv_hash_create_from(const qv_hash *original) noexcept {
+    QV_ASSERT(original != NULL);
+    return table_create(original->minslots, original->listoffset, original->calchashcallback,
+                        original->comparecallback, original->destroycallback, original->context,
+                        "not enough memory for duplicating hashtable");
+}
+
+QV_API void qv_hash_destroy(qv_hash *qvhash) noexcept {
+    QV_ASSERT(qvhash != NULL);
+    // Emptying without clear's return to the minimum size: the arrays are
+    // about to go anyway, so there is nothing to allocate.
+    array_drain(qvhash, qvhash->biggerarray);
+    array_drain(qvhash, qvhash->smallerarray);
+    array_drain(qvhash, qvhash->array);
+    QV_ASSERT(qvhash->entries == 0);
+    array_free(qvhash->smallerarray);
+    array_free(qvhash->biggerarray);
+    array_free(qvhash->array);
+    qv_free(qvhash);
+}
+
+QV_API void qv_hash_clear(qv_hash *qvhash) noexcept {
+    QV_ASSERT(qvhash != NULL);
+    array_drain(qvhash, qvhash->biggerarray);
+    array_drain(qvhash, qvhash->smallerarray);
+    array_drain(qvhash, qvhash->array);
+    array_free(qvhash->biggerarray);
+    array_free(qvhash->smallerarray);
+    qvhash->biggerarray = nullptr;
+    qvhash->smallerarray = nullptr;
+    if (qvhash->array->slotcount == qvhash->minslots) return;
+    HashArray *fresh = array_create(qvhash->minslots);
+    if (fresh == nullptr) {
+        QV_LOG(7, "not enough memory to return the hash array to the minimum size, keeping the current size");
+        return;
+    }
+    array_free(qvhash->array);
+    qvhash->array = fresh;
+}
+
+QV_API void qv_hash_add(qv_hash *qvhash, void *item) noexcept {
+    QV_ASSERT(qvhash != NULL);
+    QV_ASSERT(item != NULL);
+    uint32_t hash = qvhash->calchashcallback(item, qvhash->context);
+    HashArray *target = insertion_array(qvhash);
+    bool resizing = target != qvhash->array;
+
+    // An equal item may sit in either array; it is replaced, never kept.
+    discard_equal(qvhash, qvhash->array, hash, item);
+    if (resizing) discard_equal(qvhash, target, hash, item);
+
+    chain_append(target, slot_index(target, hash), link_of(qvhash, item));
+    if (!resizing) maybe_grow(qvhash);
+    qvhash->entries++;
+    if (resizing) migrate_step(qvhash, target);
+}
+
+QV_API void *qv_hash_lookup(qv_hash *qvhash, const void *searchitem) noexcept {
+    QV_ASSERT(qvhash != NULL);
+    QV_ASSERT(searchitem != NULL);
+    uint32_t hash = qvhash->calchashcallback(searchitem, qvhash->context);
+    HashArray *target = insertion_array(qvhash);
+    qv_hash_link *found = chain_find(qvhash, target, hash, searchitem);
+    if (found != nullptr || target == qvhash->array) return item_of(qvhash, found);
+
+    // Not yet migrated: take the item along into the insertion array, so the
+    // items a caller uses are the first to reach their new home.
+    HashArray *main = qvhash->array;
+    found = chain_find(qvhash, main, hash, searchitem);
+    if (found == nullptr) return nullptr;
+    chain_unlink(main, slot_index(main, hash), found);
+    main->entries--;
+    chain_append(target, slot_index(target, hash), found);
+    finish_if_drained(qvhash, target);
+    return item_of(qvhash, found);
+}
+
+QV_API void qv_hash_remove(qv_hash *qvhash, void *item) noexcept {
+    QV_ASSERT(qvhash != NULL);
+    QV_ASSERT(item != NULL);
+    uint32_t hash = qvhash->calchashcallback(item, qvhash->context);
+    qv_hash_link *link = link_of(qvhash, item);
+    HashArray *target = insertion_array(qvhash);
+    bool resizing = target != qvhash->array;
+
+    // The item is identified by address, not by key: find the array that
+    // holds this very link.
+    HashArray *targethasharray = nullptr;
+    if (chain_holds(target, slot_index(target, hash), link))
+        targethasharray = target;
+    else if (resizing && chain_holds(qvhash->array, slot_index(qvhash->array, hash), link))
+        targethasharray = qvhash->array;
+    else if (resizing)
+        return;
+    bool itemstored = targethasharray != nullptr;
+    QV_ASSERT(itemstored);
+
+    chain_unlink(targethasharray, slot_index(targethasharray, hash), link);
+    QV_ASSERT(targethasharray->entries > 0);
+    targethasharray->entries--;
+    QV_ASSERT(qvhash->entries > 0);
+    qvhash->entries--;
+
+    if (resizing)
+        migrate_step(qvhash, target);
+    else
+        maybe_shrink(qvhash);
+}
+
+QV_API void *qv_hash_enumerate_start(qv_hash *qvhash) noexcept {
+    QV_ASSERT(qvhash != NULL);
+    HashArray *target = insertion_array(qvhash);
+    qv_hash_link *first = first_link(target);
+    if (first == nullptr && target != qvhash->array) first = first_link(qvhash->array);
+    return item_of(qvhash, first);
+}
+
+QV_API void *qv_hash_enumerate_next(qv_hash *qvhash, void *item) noexcept {
+    QV_ASSERT(qvhash != NULL);
+    QV_ASSERT(item != NULL);
+    qv_hash_link *link = link_of(qvhash, item);
+    if (link->next != nullptr) return item_of(qvhash, link->next);
+
+    // The end of a chain: the walk keeps no cursor, so the item's own hash
+    // says which slot (and which array) to continue after.
+    uint32_t hash = qvhash->calchashcallback(item, qvhash->context);
+    HashArray *target = insertion_array(qvhash);
+    HashArray *holder = nullptr;
+    uint32_t slot = slot_index(target, hash);
+    if (target->slots[slot].last == link) {
+        holder = target;
+    } else if (target != qvhash->array) {
+        slot = slot_index(qvhash->array, hash);
+        if (qvhash->array->slots[slot].last == link) holder = qvhash->array;
+    }
+    if (holder == nullptr) {
+        QV_LOG(6, "invalid hash item");
+        qv::plat::assert_fail_bare(__FILE__, __LINE__);
+    }
+    qv_hash_link *next = first_link_from(holder, slot + 1);
+    if (next == nullptr && holder != qvhash->array) next = first_link(qvhash->array);
+    return item_of(qvhash, next);
+}
+
+}  // extern "C"

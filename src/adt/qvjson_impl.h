@@ -1,0 +1,90 @@
+// Internal shape of JSON documents, shared by the document model
+// (qvjson.cpp), the parser (qvjson_parse.cpp), the writer (qvjson_write.cpp)
+// and the number conversions (qvjson_number.cpp). Nothing here is exported.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "internal/qvinternal.h"
+
+// One node of the tree: 24 bytes on 64-bit platforms. The payload depends on
+// the type: an ARRAY keeps its first element, an OBJECT its member table
+// (member name -> value node), a STRING its own copy of the text. A number
+// keeps only the representation it was set with; the other one is derived on
+// demand (an INTEGER's double is (double)v, a DOUBLE's integer is d + 0.5
+// truncated), which gives exactly the pair a node storing both would hold.
+struct qv_json_node {
+    qv_json_node *next;  // next element of the array holding this node
+    union {
+        qv_json_node *children;
+        qv_stringhash *hash;
+        char *string;
+        double number;
+        int64_t integer;
+    } u;
+    uint32_t nodetype;
+};
+
+namespace qv::json {
+
+// Nodes come from a per-document pool: chunks of nodes allocated through
+// qv_malloc, carved on demand and recycled through a free list. A document
+// tree is typically thousands of small nodes made and dropped together, so
+// this saves one heap block (and its header) per node. Chunks are released
+// when the document is destroyed or loses its whole tree.
+struct NodeChunk {
+    NodeChunk *next;
+    size_t count;   // nodes in this chunk
+    qv_json_node nodes[1];
+};
+
+struct Pool {
+    NodeChunk *chunks = nullptr;
+    qv_json_node *freelist = nullptr;
+    qv_json_node *carve = nullptr;      // next never-used node of the newest chunk
+    qv_json_node *carve_end = nullptr;
+    size_t live = 0;                    // nodes handed out and not yet returned
+};
+
+}  // namespace qv::json
+
+struct qv_json {
+    qv_json_node *root;
+    qv::json::Pool pool;
+};
+
+namespace qv::json {
+
+// A fresh node of type NONE, or null (nothing logged).
+qv_json_node *node_alloc(qv_json *doc) noexcept;
+// Releases node's content and subtree and returns it to the pool.
+void node_destroy(qv_json *doc, qv_json_node *node) noexcept;
+// Releases the node's payload (string, elements, member table) but keeps the
+// node itself; it is left typed NONE.
+void node_clear(qv_json *doc, qv_json_node *node) noexcept;
+// Destroys the whole tree; the pool's chunks are released with it.
+void drop_root(qv_json *doc) noexcept;
+// A new empty member table for doc, or null (nothing logged).
+qv_stringhash *member_table_create(qv_json *doc) noexcept;
+
+// The double and integer views of a number node.
+inline double number_double(const qv_json_node *n) noexcept {
+    return n->nodetype == QV_JSON_TYPE_INTEGER ? static_cast<double>(n->u.integer) : n->u.number;
+}
+int64_t double_to_stored_integer(double d) noexcept;
+inline int64_t number_integer(const qv_json_node *n) noexcept {
+    return n->nodetype == QV_JSON_TYPE_INTEGER ? n->u.integer : double_to_stored_integer(n->u.number);
+}
+
+// Decimal text without exponent, already checked against the grammar
+// [-]digits[.digits] (the integer digits may be absent before a dot), to the
+// nearest double. [begin, end) is followed in memory by a byte that cannot
+// continue a number. Returns false when the result is not finite.
+bool decimal_to_double(const char *begin, const char *end, double *out) noexcept;
+
+// "%g" of value exactly as printf gives it in the C locale. out must hold 32
+// bytes; returns the length (the text is NUL-terminated).
+size_t format_g(double value, char *out) noexcept;
+
+}  // namespace qv::json

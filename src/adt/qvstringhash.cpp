@@ -1,0 +1,186 @@
+// The string-keyed table: case-sensitive NUL-terminated keys mapped to opaque
+// values, as a thin layer over qv_hash.
+//
+// Each entry is one allocation: the entry record followed by the bytes of its
+// own copy of the key. The entry also remembers the key's hash, so migration
+// and enumeration never rehash a key, and comparisons reject most mismatches
+// without touching the key bytes. The hash is qv_hashfunc_string's, which
+// fixes the enumeration order.
+//
+// The inner table's context is the object whose value destroy callback
+// entries are destroyed with: the object itself, or for a table made by
+// qv_stringhash_create_from, the original (which must outlive it).
+//
+// No locking: a table belongs to one thread at a time.
+#include <cstddef>
+#include <cstring>
+
+#include "internal/qvinternal.h"
+
+namespace {
+
+struct Entry {
+    char *key;
+    void *value;
+    qv_hash_link link;
+    uint32_t hash;
+    // The key bytes follow the record.
+};
+
+}  // namespace
+
+struct qv_stringhash {
+    qv_hash *hash;
+    qv_stringhash_destroy_fn destroycallback;
+    void *context;
+    // Whose destroy callback the entries go through (the inner context).
+    const qv_stringhash *binding;
+};
+
+namespace {
+
+uint32_t entry_hash(const void *item, void *) noexcept {
+    return static_cast<const Entry *>(item)->hash;
+}
+
+// Byte-wise, case-sensitive: equal keys have equal hashes, so differing
+// hashes settle inequality before the keys are read.
+int entry_compare(const void *stored, const void *search, void *) noexcept {
+    const auto *a = static_cast<const Entry *>(stored);
+    const auto *b = static_cast<const Entry *>(search);
+    if (a->hash != b->hash) return a->hash < b->hash ? -1 : 1;
+    if (a->key == b->key) return 0;
+    int c = strcmp(a->key, b->key);
+    return c < 0 ? -1 : (c > 0 ? 1 : 0);
+}
+
+void entry_free(const qv_stringhash *binding, Entry *e) noexcept {
+    if (binding->destroycallback != nullptr) binding->destroycallback(e->value, binding->context);
+    qv_free(e);
+}
+
+int entry_destroy(void *item, void *context) noexcept {
+    entry_free(static_cast<const qv_stringhash *>(context), static_cast<Entry *>(item));
+    return 0;
+}
+
+// An entry-shaped search key on the stack: only key and hash are read.
+Entry search_entry(const char *key) noexcept {
+    Entry e{};
+    e.key = const_cast<char *>(key);
+    e.hash = qv_hashfunc_string(key);
+    return e;
+}
+
+void *report(Entry *e, const char **key, void **value) noexcept {
+    if (key != nullptr) *key = e != nullptr ? e->key : nullptr;
+    if (value != nullptr) *value = e != nullptr ? e->value : nullptr;
+    return e;
+}
+
+}  // namespace
+
+extern "C" {
+
+QV_API qv_stringhash *qv_stringhash_create(qv_stringhash_destroy_fn destroycallback,
+                                           void *context) noexcept {
+    auto *sh = static_cast<qv_stringhash *>(qv_cmalloc(sizeof(qv_stringhash)));
+    if (sh == nullptr) {
+        QV_LOG(7, "not enough memory for qvstringhash structure");
+        return nullptr;
+    }
+    sh->destroycallback = destroycallback;
+    sh->context = context;
+    sh->binding = sh;
+    sh->hash = qv_hash_create(offsetof(Entry, link), entry_hash, entry_compare, entry_destroy, sh);
+    if (sh->hash == nullptr) {
+        qv_free(sh);
+        return nullptr;
+    }
+    return sh;
+}
+
+QV_API qv_stringhash *qv_stringhash_create_from(const qv_stringhash *original) noexcept {
+    QV_ASSERT(original != NULL);
+    auto *sh = static_cast<qv_stringhash *>(qv_cmalloc(sizeof(qv_stringhash)));
+    if (sh == nullptr) {
+        QV_LOG(7, "not enough memory for qvstringhash structure");
+        return nullptr;
+    }
+    sh->destroycallback = original->destroycallback;
+    sh->context = original->context;
+    // The inner table is copied verbatim, context included: entries stay
+    // bound to the original's callback and context.
+    sh->binding = original->binding;
+    sh->hash = qv_hash_create_from(original->hash);
+    if (sh->hash == nullptr) {
+        qv_free(sh);
+        return nullptr;
+    }
+    return sh;
+}
+
+QV_API int qv_stringhash_add(qv_stringhash *stringhash, const char *key, void *value) noexcept {
+    QV_ASSERT(stringhash != NULL);
+    QV_ASSERT(key != NULL);
+    size_t keylen = strlen(key);
+    auto *e = static_cast<Entry *>(qv_malloc(sizeof(Entry) + keylen + 1));
+    if (e == nullptr) {
+        QV_LOG(7, "not enough memory for stringhash item");
+        return -1;
+    }
+    e->key = reinterpret_cast<char *>(e + 1);
+    memcpy(e->key, key, keylen + 1);
+    e->value = value;
+    e->hash = qv_hashfunc_string(key);
+    qv_hash_add(stringhash->hash, e);
+    return 0;
+}
+
+QV_API void *qv_stringhash_lookup(qv_stringhash *stringhash, const char *key) noexcept {
+    QV_ASSERT(stringhash != NULL);
+    QV_ASSERT(key != NULL);
+    Entry search = search_entry(key);
+    auto *e = static_cast<Entry *>(qv_hash_lookup(stringhash->hash, &search));
+    return e != nullptr ? e->value : nullptr;
+}
+
+QV_API int qv_stringhash_remove(qv_stringhash *stringhash, const char *key) noexcept {
+    QV_ASSERT(stringhash != NULL);
+    QV_ASSERT(key != NULL);
+    // The lookup leaves the entry in the insertion array, which is where
+    // removal by address expects it.
+    Entry search = search_entry(key);
+    auto *e = static_cast<Entry *>(qv_hash_lookup(stringhash->hash, &search));
+    if (e == nullptr) return -1;
+    qv_hash_remove(stringhash->hash, e);
+    entry_free(stringhash->binding, e);
+    return 0;
+}
+
+QV_API void *qv_stringhash_enumerate_start(qv_stringhash *stringhash, const char **key,
+                                           void **value) noexcept {
+    QV_ASSERT(stringhash != NULL);
+    return report(static_cast<Entry *>(qv_hash_enumerate_start(stringhash->hash)), key, value);
+}
+
+QV_API void *qv_stringhash_enumerate_next(qv_stringhash *stringhash, void *prevstringhashitem,
+                                          const char **key, void **value) noexcept {
+    QV_ASSERT(stringhash != NULL);
+    QV_ASSERT(prevstringhashitem != NULL);
+    return report(static_cast<Entry *>(qv_hash_enumerate_next(stringhash->hash, prevstringhashitem)),
+                  key, value);
+}
+
+QV_API void qv_stringhash_clear(qv_stringhash *qvstringhash) noexcept {
+    QV_ASSERT(qvstringhash != NULL);
+    qv_hash_clear(qvstringhash->hash);
+}
+
+QV_API void qv_stringhash_destroy(qv_stringhash *stringhash) noexcept {
+    QV_ASSERT(stringhash != NULL);
+    qv_hash_destroy(stringhash->hash);
+    qv_free(stringhash);
+}
+
+}  // extern "C"
