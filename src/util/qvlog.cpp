@@ -15,6 +15,7 @@
 #include <cstring>
 
 #include "internal/qvinternal.h"
+#include "internal/qvlogint.h"
 
 struct qv_log {
     qv_mutex *mutex;
@@ -257,9 +258,19 @@ int format_prefix(Log *qvlog, const char *format, ...) noexcept {
     return n;
 }
 
+// True if at least one sink takes a message of this level. Library code logs
+// tracing lines (level 13) on hot paths; skipping their formatting when no
+// sink wants them is what keeps those paths fast.
+bool any_sink_takes(const Log *l, int level) noexcept {
+    return (l->callback.enabled && level <= l->callback.level) ||
+           (l->logfile.enabled && level <= l->logfile.level) || (l->out.enabled && level <= l->out.level) ||
+           (l->err.enabled && level <= l->err.level) || (l->syslog.enabled && level <= l->syslog.level);
+}
+
 // Formats the prefix (when file is given) and the message, then emits them.
 int log_message(Log *qvlog, int level, const char *file, int line, int raw, const char *format,
                 va_list ap) noexcept {
+    if (!any_sink_takes(qvlog, level)) return 0;
     int prefixcount = -1;
     if (file != nullptr) prefixcount = format_prefix(qvlog, "%s:%d[%d]", file, line, level);
     int count = format_into(&qvlog->buffer, &qvlog->buflen, format, ap);
@@ -299,6 +310,25 @@ void close_file(Log *qvlog) noexcept {
 }
 
 }  // namespace
+
+namespace qv {
+
+void log_reserve_buffers(size_t size) noexcept {
+    if (!global_init()) return;
+    Log *l = g_log->defaultlog;
+    auto grow = [size](char **buf, size_t *len) {
+        if (*len >= size) return;
+        char *b = static_cast<char *>(qv_malloc(size));
+        if (b == nullptr) return;
+        qv_free(*buf);
+        *buf = b;
+        *len = size;
+    };
+    grow(&l->prefix, &l->prefixlen);
+    grow(&l->buffer, &l->buflen);
+}
+
+}  // namespace qv
 
 extern "C" {
 

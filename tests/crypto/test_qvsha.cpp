@@ -208,7 +208,7 @@ TEST(ShaPaths, HardwareAndPortableCompressorsAgree) {
 }
 
 TEST(ShaCreate, OutOfMemoryIsLoggedAndGivesNull) {
-    codectest::sweep([](unsigned long failing) {
+    qvtest::alloc_failure_sweep([](unsigned long failing) {
         qvtest::LogCapture log;
         qv_sha1 *s1 = qv_sha1_create();
         if (failing == 1) {
@@ -219,7 +219,7 @@ TEST(ShaCreate, OutOfMemoryIsLoggedAndGivesNull) {
             qv_sha1_destroy(s1);
         }
     });
-    codectest::sweep([](unsigned long failing) {
+    qvtest::alloc_failure_sweep([](unsigned long failing) {
         qvtest::LogCapture log;
         qv_sha256 *s2 = qv_sha256_create();
         if (failing == 1) {

@@ -1,5 +1,7 @@
 #include "support/qvtest.h"
 
+#include "internal/qvlogint.h"
+
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -61,11 +63,7 @@ void alloc_failure_sweep(const std::function<void(unsigned long failing)> &scena
     // The default log is made lazily and keeps its scratch buffers; bring it to
     // the same state before and after each run so that only the scenario's
     // own blocks are counted.
-    auto warm_log = [] {
-        qv_log_init();
-        qv_log_raw(nullptr, 99, "%0512d", 0);
-        qv_log_macro(nullptr, 99, "warm", 1, "%0512d", 0);
-    };
+    auto warm_log = [] { qv::log_reserve_buffers(4096); };
     warm_log();
     qv::fault::reset();
     long live_before = qv::fault::live_blocks();

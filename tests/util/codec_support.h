@@ -10,14 +10,6 @@
 
 namespace codectest {
 
-// alloc_failure_sweep after growing the default log's prefix buffer: the
-// first QV_LOG line of a process grows it, which is the log's own lazily made
-// state and not a leak of the scenario.
-inline void sweep(const std::function<void(unsigned long failing)> &scenario) {
-    qv_log_macro(nullptr, 99, "a-long-file-name-for-the-prefix-buffer.cpp", 1000000, "%0512d", 0);
-    qvtest::alloc_failure_sweep(scenario);
-}
-
 // Reproducible pseudo-random bytes.
 inline std::vector<unsigned char> random_bytes(size_t n, unsigned seed) {
     std::mt19937 gen(seed);

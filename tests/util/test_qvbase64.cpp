@@ -154,7 +154,7 @@ TEST(Base64RoundTrip, RandomBuffersOfEveryLengthUpTo300) {
 }
 
 TEST(Base64Alloc, FailuresAreLoggedAndLeaveNothing) {
-    codectest::sweep([](unsigned long failing) {
+    qvtest::alloc_failure_sweep([](unsigned long failing) {
         qvtest::LogCapture log;
         char *s = qv_base64_encode("Man", 3);
         if (failing == 1) {
@@ -165,7 +165,7 @@ TEST(Base64Alloc, FailuresAreLoggedAndLeaveNothing) {
         }
         qv_free(s);
     });
-    codectest::sweep([](unsigned long failing) {
+    qvtest::alloc_failure_sweep([](unsigned long failing) {
         qvtest::LogCapture log;
         void *buf = nullptr;
         size_t len = 7;

@@ -95,7 +95,7 @@ TEST(HexRoundTrip, RandomBuffersOfEveryLengthUpTo300) {
 }
 
 TEST(HexAlloc, FailuresAreLoggedAndLeaveNothing) {
-    codectest::sweep([](unsigned long failing) {
+    qvtest::alloc_failure_sweep([](unsigned long failing) {
         qvtest::LogCapture log;
         char *s = qv_bin2hex("\x01\x02", 2);
         if (failing == 1) {
@@ -106,7 +106,7 @@ TEST(HexAlloc, FailuresAreLoggedAndLeaveNothing) {
         }
         qv_free(s);
     });
-    codectest::sweep([](unsigned long failing) {
+    qvtest::alloc_failure_sweep([](unsigned long failing) {
         qvtest::LogCapture log;
         void *buf = nullptr;
         size_t len = 5;

@@ -359,6 +359,21 @@ TEST_F(Log, DroppedMessageLeavesTheNextOneWorking) {
 #endif
 }
 
+TEST_F(Log, MessagesNoSinkTakesCostNoAllocation) {
+#ifdef QV_FAULT_INJECTION
+    qv_log_init();
+    std::string big(100000, 't');
+    qv::fault::fail_at(1, true);
+    EXPECT_EQ(qv_log_raw(nullptr, 13, "%s", big.c_str()), 0);
+    QV_LOG(13, "%s", big.c_str());
+    unsigned long attempted = qv::fault::count();
+    qv::fault::reset();
+    EXPECT_EQ(attempted, 0u);
+#else
+    GTEST_SKIP() << "built without the allocation fault injector";
+#endif
+}
+
 using LogDeathTest = Log;
 
 TEST_F(LogDeathTest, Preconditions) {

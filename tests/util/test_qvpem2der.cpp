@@ -149,7 +149,7 @@ TEST(Pem2Der, KeepsItsOwnCopyOfTheInput) {
 
 TEST(Pem2DerAlloc, FailuresAreLoggedAndLeaveNothing) {
     const std::string pem = "junk\n" + block("Man") + block("Woman");
-    codectest::sweep([&](unsigned long failing) {
+    qvtest::alloc_failure_sweep([&](unsigned long failing) {
         qvtest::LogCapture log;
         int err = -1;
         qv_pem2der *conv = qv_pem2der_create(pem.data(), pem.size(), &err);

@@ -184,7 +184,7 @@ TEST_F(UrlEncode, RoundTripsOfRandomBuffersOfEveryLengthUpTo300) {
 }
 
 TEST(UrlAlloc, StringFormsReportExhaustedMemory) {
-    codectest::sweep([](unsigned long failing) {
+    qvtest::alloc_failure_sweep([](unsigned long failing) {
         qvtest::LogCapture log;
         char *s = qv_urlencode("a b");
         if (failing == 1) {
@@ -201,7 +201,7 @@ TEST(UrlAlloc, StringFormsReportExhaustedMemory) {
         }
         qv_free(s);
     });
-    codectest::sweep([](unsigned long failing) {
+    qvtest::alloc_failure_sweep([](unsigned long failing) {
         qvtest::LogCapture log;
         char *s = reinterpret_cast<char *>(1);
         int rc = qv_urldecode_string(&s, "a+%41");
@@ -215,7 +215,7 @@ TEST(UrlAlloc, StringFormsReportExhaustedMemory) {
         }
         qv_free(s);
     });
-    codectest::sweep([](unsigned long failing) {
+    qvtest::alloc_failure_sweep([](unsigned long failing) {
         qvtest::LogCapture log;
         char *s = qv_urldecode("");
         if (failing == 1) {
