@@ -1,0 +1,190 @@
+// The lock queue: an unbounded FIFO of opaque item pointers, safe for any
+// number of producers and consumers, with blocking and non-blocking pops and
+// an end marker.
+//
+// Invariants: head and tail are both null or both set; an element is linked
+// into at most one queue and has zeroed links when it is not; end goes from 0
+// to 1 once. Locking: the condition object's own lock guards head, tail, end
+// and the count of sleeping consumers; it is the queue's only lock. Elements
+// are allocated and freed outside it, so the critical sections are a few
+// pointer moves. A push wakes one consumer, and only when one is asleep; the
+// end wakes all. Consumers re-check the queue after every wake-up.
+#include "internal/qvinternal.h"
+
+struct qv_lockqueue_element {
+    qv_lockqueue_element *prev;
+    qv_lockqueue_element *next;
+    void *item;
+};
+
+struct qv_lockqueue {
+    qv_lockqueue_element *head;
+    qv_lockqueue_element *tail;
+    qv_cond *condition;
+    int end;
+    int sleepers;
+};
+
+namespace {
+
+// Pops the head element, or returns null with the reason in *error_out.
+qv_lockqueue_element *pop_element(qv_lockqueue *queue, int *error_out, bool wait) noexcept {
+    QV_ASSERT(queue);
+    qv_cond *qvcond = queue->condition;
+    QV_ASSERT(qvcond != NULL);
+    int error = QV_ERROR_GENERIC;
+    qv_lockqueue_element *element = nullptr;
+    qv_cond_lock(qvcond);
+    if (wait) {
+        while (queue->head == nullptr && !queue->end) {
+            queue->sleepers += 1;
+            qv_cond_wait(qvcond);
+            queue->sleepers -= 1;
+        }
+    }
+    element = queue->head;
+    if (element == nullptr) {
+        error = queue->end ? QV_ERROR_END_OF_FILE : QV_ERROR_NOT_FOUND;
+    } else {
+        queue->head = element->next;
+        if (queue->head != nullptr)
+            queue->head->prev = nullptr;
+        else
+            queue->tail = nullptr;
+        element->next = nullptr;
+        element->prev = nullptr;
+        error = QV_ERROR_NONE;
+    }
+    qv_cond_unlock(qvcond);
+    if (error_out != nullptr) *error_out = error;
+    return element;
+}
+
+void *pop_item(qv_lockqueue *queue, int *error_out, bool wait) noexcept {
+    QV_ASSERT(error_out != NULL);
+    qv_lockqueue_element *element = pop_element(queue, error_out, wait);
+    if (element == nullptr) return nullptr;
+    QV_ASSERT(*error_out == QV_ERROR_NONE);
+    void *item = element->item;
+    qv_free(element);
+    return item;
+}
+
+}  // namespace
+
+extern "C" {
+
+QV_API qv_lockqueue *qv_lockqueue_create(int *error_out) noexcept {
+    if (error_out != nullptr) *error_out = QV_ERROR_GENERIC;
+    qv_lockqueue *queue = static_cast<qv_lockqueue *>(qv_cmalloc(sizeof(qv_lockqueue)));
+    if (queue == nullptr) {
+        if (error_out != nullptr) *error_out = QV_ERROR_NO_MEMORY;
+        return nullptr;
+    }
+    queue->condition = qv_cond_create();
+    if (queue->condition == nullptr) {
+        qv_free(queue);
+        return nullptr;
+    }
+    if (error_out != nullptr) *error_out = QV_ERROR_NONE;
+    return queue;
+}
+
+QV_API void qv_lockqueue_destroy(qv_lockqueue *queue, qv_lockqueue_item_destroy_fn destroy) noexcept {
+    QV_ASSERT(queue);
+    qv_lockqueue_element *element = queue->head;
+    while (element != nullptr) {
+        qv_lockqueue_element *next = element->next;
+        if (destroy != nullptr) destroy(element->item);
+        qv_free(element);
+        element = next;
+    }
+    qv_cond_destroy(queue->condition);
+    qv_free(queue);
+}
+
+QV_API int qv_lockqueue_push_element(qv_lockqueue *queue, qv_lockqueue_element *element) noexcept {
+    QV_ASSERT(queue);
+    QV_ASSERT(element);
+    qv_cond *qvcond = queue->condition;
+    QV_ASSERT(qvcond != NULL);
+    int result = 0;
+    qv_cond_lock(qvcond);
+    if (queue->end) {
+        result = QV_ERROR_WRITE;
+    } else {
+        element->prev = queue->tail;
+        element->next = nullptr;
+        if (queue->tail != nullptr)
+            queue->tail->next = element;
+        else
+            queue->head = element;
+        queue->tail = element;
+        // Nobody asleep means nobody to wake: a consumer that arrives later
+        // finds the element before it would sleep.
+        if (queue->sleepers > 0) qv_cond_signal(qvcond);
+    }
+    qv_cond_unlock(qvcond);
+    return result;
+}
+
+QV_API int qv_lockqueue_push(qv_lockqueue *queue, void *item) noexcept {
+    QV_ASSERT(queue);
+    qv_lockqueue_element *element =
+        static_cast<qv_lockqueue_element *>(qv_malloc(sizeof(qv_lockqueue_element)));
+    if (element == nullptr) return QV_ERROR_NO_MEMORY;
+    element->prev = nullptr;
+    element->next = nullptr;
+    element->item = item;
+    int result = qv_lockqueue_push_element(queue, element);
+    if (result != 0) qv_free(element);
+    return result;
+}
+
+QV_API void *qv_lockqueue_pop(qv_lockqueue *queue, int *error_out) noexcept {
+    return pop_item(queue, error_out, true);
+}
+
+QV_API void *qv_lockqueue_pop_try(qv_lockqueue *queue, int *error_out) noexcept {
+    return pop_item(queue, error_out, false);
+}
+
+QV_API qv_lockqueue_element *qv_lockqueue_pop_element(qv_lockqueue *queue, int *error_out) noexcept {
+    return pop_element(queue, error_out, true);
+}
+
+QV_API qv_lockqueue_element *qv_lockqueue_pop_element_try(qv_lockqueue *queue,
+                                                          int *error_out) noexcept {
+    return pop_element(queue, error_out, false);
+}
+
+QV_API void qv_lockqueue_set_end(qv_lockqueue *queue) noexcept {
+    QV_ASSERT(queue);
+    qv_cond *qvcond = queue->condition;
+    QV_ASSERT(qvcond != NULL);
+    qv_cond_lock(qvcond);
+    queue->end = 1;
+    qv_cond_broadcast(qvcond);
+    qv_cond_unlock(qvcond);
+}
+
+QV_API qv_lockqueue_element *qv_lockqueue_element_create(void) noexcept {
+    return static_cast<qv_lockqueue_element *>(qv_cmalloc(sizeof(qv_lockqueue_element)));
+}
+
+QV_API void qv_lockqueue_element_destroy(qv_lockqueue_element *element) noexcept {
+    QV_ASSERT(element);
+    qv_free(element);
+}
+
+QV_API void *qv_lockqueue_element_get_item(const qv_lockqueue_element *element) noexcept {
+    QV_ASSERT(element);
+    return element->item;
+}
+
+QV_API void qv_lockqueue_element_set_item(qv_lockqueue_element *element, void *item) noexcept {
+    QV_ASSERT(element);
+    element->item = item;
+}
+
+}  // extern "C"
