@@ -1,0 +1,237 @@
+// The lock queue: order, the end marker, the exact codes, elements, and many
+// producers against many consumers.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdint>
+#include <thread>
+#include <vector>
+
+#include "qvlib.h"
+#include "support/qvtest.h"
+#include "util/thread_helpers.h"
+
+namespace {
+
+void *item(uintptr_t n) { return reinterpret_cast<void *>(n); }
+
+TEST(LockQueue, PopTryReportsEmptyThenEnded) {
+    int err = -1;
+    qv_lockqueue *q = qv_lockqueue_create(&err);
+    ASSERT_NE(q, nullptr);
+    EXPECT_EQ(err, QV_ERROR_NONE);
+    err = -1;
+    EXPECT_EQ(qv_lockqueue_pop_try(q, &err), nullptr);
+    EXPECT_EQ(err, QV_ERROR_NOT_FOUND);
+    EXPECT_EQ(qv_lockqueue_pop_element_try(q, &err), nullptr);
+    EXPECT_EQ(err, QV_ERROR_NOT_FOUND);
+    qv_lockqueue_set_end(q);
+    EXPECT_EQ(qv_lockqueue_pop_try(q, &err), nullptr);
+    EXPECT_EQ(err, QV_ERROR_END_OF_FILE);
+    EXPECT_EQ(qv_lockqueue_pop(q, &err), nullptr);  // does not block once ended
+    EXPECT_EQ(err, QV_ERROR_END_OF_FILE);
+    EXPECT_EQ(qv_lockqueue_pop_element(q, nullptr), nullptr);
+    qv_lockqueue_destroy(q, nullptr);
+}
+
+TEST(LockQueue, DrainsInOrderAfterTheEndAndRefusesPushes) {
+    qv_lockqueue *q = qv_lockqueue_create(nullptr);
+    ASSERT_NE(q, nullptr);
+    for (uintptr_t i = 1; i <= 3; ++i) ASSERT_EQ(qv_lockqueue_push(q, item(i)), 0);
+    qv_lockqueue_set_end(q);
+    int stays_with_caller = 0;
+    EXPECT_EQ(qv_lockqueue_push(q, &stays_with_caller), QV_ERROR_WRITE);
+    qv_lockqueue_element *e = qv_lockqueue_element_create();
+    ASSERT_NE(e, nullptr);
+    EXPECT_EQ(qv_lockqueue_push_element(q, e), QV_ERROR_WRITE);
+    qv_lockqueue_element_destroy(e);  // refused: still ours
+    int err = -1;
+    EXPECT_EQ(qv_lockqueue_pop(q, &err), item(1));
+    EXPECT_EQ(err, QV_ERROR_NONE);
+    EXPECT_EQ(qv_lockqueue_pop_try(q, &err), item(2));
+    EXPECT_EQ(err, QV_ERROR_NONE);
+    EXPECT_EQ(qv_lockqueue_pop(q, &err), item(3));
+    EXPECT_EQ(err, QV_ERROR_NONE);
+    EXPECT_EQ(qv_lockqueue_pop(q, &err), nullptr);
+    EXPECT_EQ(err, QV_ERROR_END_OF_FILE);
+    qv_lockqueue_destroy(q, nullptr);
+}
+
+TEST(LockQueue, NullIsAnItemAndElementsCarryThemUnchanged) {
+    qv_lockqueue *q = qv_lockqueue_create(nullptr);
+    ASSERT_EQ(qv_lockqueue_push(q, nullptr), 0);
+    qv_lockqueue_element *e = qv_lockqueue_element_create();
+    EXPECT_EQ(qv_lockqueue_element_get_item(e), nullptr);
+    qv_lockqueue_element_set_item(e, item(9));
+    ASSERT_EQ(qv_lockqueue_push_element(q, e), 0);
+    int err = -1;
+    EXPECT_EQ(qv_lockqueue_pop(q, &err), nullptr);
+    EXPECT_EQ(err, QV_ERROR_NONE);
+    err = -1;
+    qv_lockqueue_element *back = qv_lockqueue_pop_element(q, &err);
+    EXPECT_EQ(back, e);  // the same element comes back, to recycle
+    EXPECT_EQ(err, QV_ERROR_NONE);
+    EXPECT_EQ(qv_lockqueue_element_get_item(back), item(9));
+    // Recycled: the element goes in again and is the only one queued.
+    qv_lockqueue_element_set_item(back, item(10));
+    ASSERT_EQ(qv_lockqueue_push_element(q, back), 0);
+    EXPECT_EQ(qv_lockqueue_pop_try(q, &err), item(10));
+    EXPECT_EQ(qv_lockqueue_pop_try(q, &err), nullptr);
+    EXPECT_EQ(err, QV_ERROR_NOT_FOUND);
+    qv_lockqueue_destroy(q, nullptr);
+}
+
+std::vector<uintptr_t> g_destroyed;
+
+TEST(LockQueue, DestroyHandsLeftItemsToTheCallbackHeadFirst) {
+    qv_lockqueue *q = qv_lockqueue_create(nullptr);
+    for (uintptr_t i = 1; i <= 4; ++i) ASSERT_EQ(qv_lockqueue_push(q, item(i)), 0);
+    int err;
+    EXPECT_EQ(qv_lockqueue_pop(q, &err), item(1));
+    g_destroyed.clear();
+    qv_lockqueue_destroy(q, [](void *it) { g_destroyed.push_back(reinterpret_cast<uintptr_t>(it)); });
+    EXPECT_EQ(g_destroyed, (std::vector<uintptr_t>{2, 3, 4}));
+}
+
+TEST(LockQueue, BlockedPopEndsWithEndOfFileWhenAnotherThreadSetsTheEnd) {
+    qv_lockqueue *q = qv_lockqueue_create(nullptr);
+    std::atomic<long> tids[3] = {0, 0, 0};
+    int errs[3] = {-1, -1, -1};
+    void *got[3] = {item(1), item(1), item(1)};
+    std::vector<std::thread> consumers;
+    for (int i = 0; i < 3; ++i)
+        consumers.emplace_back([&, i] {
+            tids[i] = qvtest::current_tid();
+            got[i] = qv_lockqueue_pop(q, &errs[i]);
+        });
+    for (auto &t : tids) qvtest::wait_until_blocked(t);
+    qv_lockqueue_set_end(q);  // wakes them all
+    for (auto &t : consumers) t.join();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(got[i], nullptr);
+        EXPECT_EQ(errs[i], QV_ERROR_END_OF_FILE);
+    }
+    qv_lockqueue_destroy(q, nullptr);
+}
+
+TEST(LockQueue, BlockedPopTakesAPushFromAnotherThread) {
+    qv_lockqueue *q = qv_lockqueue_create(nullptr);
+    std::atomic<long> tid{0};
+    int err = -1;
+    void *got = nullptr;
+    std::thread consumer([&] {
+        tid = qvtest::current_tid();
+        got = qv_lockqueue_pop(q, &err);
+    });
+    qvtest::wait_until_blocked(tid);
+    ASSERT_EQ(qv_lockqueue_push(q, item(77)), 0);
+    consumer.join();
+    EXPECT_EQ(got, item(77));
+    EXPECT_EQ(err, QV_ERROR_NONE);
+    qv_lockqueue_destroy(q, nullptr);
+}
+
+// Items carry (producer, sequence); every consumer checks each producer's
+// sequence rises, and the union of what they got is every item exactly once.
+TEST(LockQueue, ManyProducersManyConsumersEveryItemOnceInProducerOrder) {
+    const int kProducers = 4, kConsumers = 4;
+    const uintptr_t kItems = qvtest::kThreadSanitizer ? 50000 : 1000000;
+    qv_lockqueue *q = qv_lockqueue_create(nullptr);
+    ASSERT_NE(q, nullptr);
+    std::vector<std::vector<uint8_t>> seen(kProducers, std::vector<uint8_t>(kItems, 0));
+    std::atomic<int> order_violations{0}, duplicates{0}, bad_codes{0};
+    std::vector<std::thread> threads;
+    for (int c = 0; c < kConsumers; ++c)
+        threads.emplace_back([&] {
+            std::vector<long> last(kProducers, -1);
+            for (;;) {
+                int err = -1;
+                void *it = qv_lockqueue_pop(q, &err);
+                if (err == QV_ERROR_END_OF_FILE) break;
+                if (err != QV_ERROR_NONE) {
+                    bad_codes.fetch_add(1);
+                    break;
+                }
+                uintptr_t v = reinterpret_cast<uintptr_t>(it) - 1;
+                int p = static_cast<int>(v % kProducers);
+                long seq = static_cast<long>(v / kProducers);
+                if (seq <= last[p]) order_violations.fetch_add(1);
+                last[p] = seq;
+                // Each slot is written by the one consumer that popped it.
+                if (seen[p][seq]++ != 0) duplicates.fetch_add(1);
+            }
+        });
+    std::vector<std::thread> producers;
+    for (int p = 0; p < kProducers; ++p)
+        producers.emplace_back([&, p] {
+            for (uintptr_t s = 0; s < kItems; ++s)
+                if (qv_lockqueue_push(q, item(s * kProducers + static_cast<uintptr_t>(p) + 1)) != 0)
+                    bad_codes.fetch_add(1);
+        });
+    for (auto &t : producers) t.join();
+    qv_lockqueue_set_end(q);
+    for (auto &t : threads) t.join();
+    EXPECT_EQ(order_violations.load(), 0);
+    EXPECT_EQ(duplicates.load(), 0);
+    EXPECT_EQ(bad_codes.load(), 0);
+    size_t missing = 0;
+    for (auto &v : seen)
+        for (uint8_t b : v) missing += b == 0;
+    EXPECT_EQ(missing, 0u);
+    qv_lockqueue_destroy(q, nullptr);
+}
+
+TEST(LockQueue, EveryAllocationFailureIsReportedWithItsCode) {
+    qvtest::alloc_failure_sweep([&](unsigned long failing) {
+        int err = -1;
+        qv_lockqueue *q = qv_lockqueue_create(&err);
+        if (q == nullptr) {
+            EXPECT_NE(failing, 0u);
+            // The queue itself, or its condition object.
+            EXPECT_TRUE(err == QV_ERROR_NO_MEMORY || err == QV_ERROR_GENERIC) << err;
+            return;
+        }
+        EXPECT_EQ(err, QV_ERROR_NONE);
+        int pushed = 0;
+        for (uintptr_t i = 1; i <= 3; ++i) {
+            int r = qv_lockqueue_push(q, item(i));
+            if (r == QV_ERROR_NO_MEMORY) continue;
+            EXPECT_EQ(r, 0);
+            ++pushed;
+        }
+        qv_lockqueue_element *e = qv_lockqueue_element_create();
+        if (e != nullptr) {
+            ASSERT_EQ(qv_lockqueue_push_element(q, e), 0);
+        }
+        if (failing == 0) {
+            EXPECT_EQ(pushed, 3);
+        }
+        int popped = 0;
+        while (qv_lockqueue_pop_try(q, &err) != nullptr || err == QV_ERROR_NONE) ++popped;
+        EXPECT_EQ(err, QV_ERROR_NOT_FOUND);
+        EXPECT_EQ(popped, pushed + (e != nullptr ? 1 : 0));
+        qv_lockqueue_destroy(q, nullptr);
+    });
+}
+
+TEST(LockQueueDeathTest, ArgumentsAreAsserted) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(qv_lockqueue_push(nullptr, nullptr),
+                 "src/util/qvlockqueue.cpp:[0-9]+: Assertion `queue' failed.");
+    EXPECT_DEATH(
+        {
+            qv_lockqueue *q = qv_lockqueue_create(nullptr);
+            qv_lockqueue_pop(q, nullptr);
+        },
+        "src/util/qvlockqueue.cpp:[0-9]+: Assertion `error_out != NULL' failed.");
+    EXPECT_DEATH(
+        {
+            qv_lockqueue *q = qv_lockqueue_create(nullptr);
+            qv_lockqueue_pop_try(q, nullptr);
+        },
+        "src/util/qvlockqueue.cpp:[0-9]+: Assertion `error_out != NULL' failed.");
+    EXPECT_DEATH(qv_lockqueue_element_get_item(nullptr),
+                 "src/util/qvlockqueue.cpp:[0-9]+: Assertion `element' failed.");
+}
+
+}  // namespace
