@@ -135,7 +135,7 @@ TEST(LockQueue, BlockedPopTakesAPushFromAnotherThread) {
 // sequence rises, and the union of what they got is every item exactly once.
 TEST(LockQueue, ManyProducersManyConsumersEveryItemOnceInProducerOrder) {
     const int kProducers = 4, kConsumers = 4;
-    const uintptr_t kItems = qvtest::kThreadSanitizer ? 50000 : 1000000;
+    const uintptr_t kItems = qvtest::kThreadSanitizer ? 200000 : 1000000;
     qv_lockqueue *q = qv_lockqueue_create(nullptr);
     ASSERT_NE(q, nullptr);
     std::vector<std::vector<uint8_t>> seen(kProducers, std::vector<uint8_t>(kItems, 0));
