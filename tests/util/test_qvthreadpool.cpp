@@ -16,7 +16,7 @@
 namespace {
 
 struct Request {
-    int value;
+    long long value;
     int handled_by;  // which thread context handled it
 };
 
@@ -159,7 +159,7 @@ TEST(ThreadPool, SeveralWorkersHandleEveryRequestExactlyOnce) {
     EXPECT_EQ(err, QV_ERROR_NOT_FOUND);
     for (int i = 0; i < kRequests; ++i) {
         ASSERT_EQ(got[i], 1) << i;
-        ASSERT_EQ(reqs[i].value, i * i) << i;  // squared exactly once
+        ASSERT_EQ(reqs[i].value, static_cast<long long>(i) * i) << i;  // squared exactly once
     }
     // Each worker kept its own context: the counts add up.
     long handled = 0;
