@@ -4,11 +4,17 @@
 //
 // Invariants: head and tail are both null or both set; an element is linked
 // into at most one queue and has zeroed links when it is not; end goes from 0
-// to 1 once. Locking: the condition object's own lock guards head, tail, end
-// and the count of sleeping consumers; it is the queue's only lock. Elements
-// are allocated and freed outside it, so the critical sections are a few
-// pointer moves. A push wakes one consumer, and only when one is asleep; the
-// end wakes all. Consumers re-check the queue after every wake-up.
+// to 1 once. Locking: the condition object's own lock guards head, tail, end,
+// the spare list and the count of consumers to wake; it is the queue's only
+// lock. The critical sections are a few pointer moves. A push wakes one
+// consumer, and only when one is asleep; the end wakes all. Consumers re-check
+// the queue after every wake-up.
+//
+// Item pushes and pops recycle their elements through a list of spares kept
+// in the queue, so that a steady stream of items costs no allocation:
+// an element popped by one thread and allocated by another would otherwise
+// pass between the threads' heaps on every item. The spares are freed with
+// the queue.
 #include "internal/qvinternal.h"
 
 struct qv_lockqueue_element {
@@ -23,23 +29,74 @@ struct qv_lockqueue {
     qv_cond *condition;
     int end;
     int sleepers;
+    qv_lockqueue_element *spares;  // singly linked through next
+    int nspares;
 };
 
 namespace {
 
+// A producer that runs ahead of its consumers by up to this many items still
+// finds recycled elements; beyond it, popped elements are freed. At most this
+// many elements (2 MB on a 64-bit build) stay allocated beyond what is
+// queued, until the queue is destroyed.
+constexpr int kMaxSpares = 65536;
+
+// Appends under the lock; the caller has checked the end flag. Returns
+// whether a consumer sleeps and must be woken.
+bool link_tail(qv_lockqueue *queue, qv_lockqueue_element *element) noexcept {
+    element->prev = queue->tail;
+    element->next = nullptr;
+    if (queue->tail != nullptr)
+        queue->tail->next = element;
+    else
+        queue->head = element;
+    queue->tail = element;
+    // Nobody asleep (or all of them already being woken) means nobody to
+    // wake: a consumer that arrives later finds the element before it sleeps.
+    if (queue->sleepers == 0) return false;
+    queue->sleepers -= 1;
+    return true;
+}
+
+// Wakes one sleeping consumer after the lock is released, so that it does not
+// wake only to block on the lock the producer still holds. No wake-up is
+// lost: a consumer counted as asleep is already inside the wait, which it
+// entered atomically with releasing the lock.
+void wake_one(qv_cond *qvcond, bool needed) noexcept {
+    if (needed) qv_cond_signal(qvcond);
+}
+
+void free_list(qv_lockqueue_element *element) noexcept {
+    while (element != nullptr) {
+        qv_lockqueue_element *next = element->next;
+        qv_free(element);
+        element = next;
+    }
+}
+
+}  // namespace
+
+namespace {
+
 // Pops the head element, or returns null with the reason in *error_out.
-qv_lockqueue_element *pop_element(qv_lockqueue *queue, int *error_out, bool wait) noexcept {
+// With item_out, the element's item is taken and the element kept as a spare
+// (or freed), all under the one lock; the result then only tells success.
+qv_lockqueue_element *pop_element(qv_lockqueue *queue, int *error_out, bool wait,
+                                  void **item_out = nullptr) noexcept {
     QV_ASSERT(queue);
     qv_cond *qvcond = queue->condition;
     QV_ASSERT(qvcond != NULL);
     int error = QV_ERROR_GENERIC;
     qv_lockqueue_element *element = nullptr;
+    qv_lockqueue_element *to_free = nullptr;
     qv_cond_lock(qvcond);
     if (wait) {
+        // sleepers counts the consumers asleep that no push has yet chosen
+        // to wake; the waker takes them off. A spurious wake-up counts a
+        // consumer twice, which costs one needless signal, never a lost one.
         while (queue->head == nullptr && !queue->end) {
             queue->sleepers += 1;
             qv_cond_wait(qvcond);
-            queue->sleepers -= 1;
         }
     }
     element = queue->head;
@@ -54,19 +111,28 @@ qv_lockqueue_element *pop_element(qv_lockqueue *queue, int *error_out, bool wait
         element->next = nullptr;
         element->prev = nullptr;
         error = QV_ERROR_NONE;
+        if (item_out != nullptr) {
+            *item_out = element->item;
+            if (queue->nspares < kMaxSpares) {
+                element->next = queue->spares;
+                queue->spares = element;
+                queue->nspares += 1;
+            } else {
+                to_free = element;
+            }
+        }
     }
     qv_cond_unlock(qvcond);
+    qv_free(to_free);
     if (error_out != nullptr) *error_out = error;
     return element;
 }
 
 void *pop_item(qv_lockqueue *queue, int *error_out, bool wait) noexcept {
     QV_ASSERT(error_out != NULL);
-    qv_lockqueue_element *element = pop_element(queue, error_out, wait);
-    if (element == nullptr) return nullptr;
+    void *item = nullptr;
+    if (pop_element(queue, error_out, wait, &item) == nullptr) return nullptr;
     QV_ASSERT(*error_out == QV_ERROR_NONE);
-    void *item = element->item;
-    qv_free(element);
     return item;
 }
 
@@ -99,6 +165,7 @@ QV_API void qv_lockqueue_destroy(qv_lockqueue *queue, qv_lockqueue_item_destroy_
         qv_free(element);
         element = next;
     }
+    free_list(queue->spares);
     qv_cond_destroy(queue->condition);
     qv_free(queue);
 }
@@ -109,29 +176,39 @@ QV_API int qv_lockqueue_push_element(qv_lockqueue *queue, qv_lockqueue_element *
     qv_cond *qvcond = queue->condition;
     QV_ASSERT(qvcond != NULL);
     int result = 0;
+    bool wake = false;
     qv_cond_lock(qvcond);
-    if (queue->end) {
+    if (queue->end)
         result = QV_ERROR_WRITE;
-    } else {
-        element->prev = queue->tail;
-        element->next = nullptr;
-        if (queue->tail != nullptr)
-            queue->tail->next = element;
-        else
-            queue->head = element;
-        queue->tail = element;
-        // Nobody asleep means nobody to wake: a consumer that arrives later
-        // finds the element before it would sleep.
-        if (queue->sleepers > 0) qv_cond_signal(qvcond);
-    }
+    else
+        wake = link_tail(queue, element);
     qv_cond_unlock(qvcond);
+    wake_one(qvcond, wake);
     return result;
 }
 
 QV_API int qv_lockqueue_push(qv_lockqueue *queue, void *item) noexcept {
     QV_ASSERT(queue);
-    qv_lockqueue_element *element =
-        static_cast<qv_lockqueue_element *>(qv_malloc(sizeof(qv_lockqueue_element)));
+    qv_cond *qvcond = queue->condition;
+    QV_ASSERT(qvcond != NULL);
+    qv_cond_lock(qvcond);
+    if (queue->end) {
+        qv_cond_unlock(qvcond);
+        return QV_ERROR_WRITE;
+    }
+    qv_lockqueue_element *element = queue->spares;
+    if (element != nullptr) {
+        queue->spares = element->next;
+        queue->nspares -= 1;
+        element->item = item;
+        bool wake = link_tail(queue, element);
+        qv_cond_unlock(qvcond);
+        wake_one(qvcond, wake);
+        return 0;
+    }
+    qv_cond_unlock(qvcond);
+    // No spare: allocate outside the lock, then take the ordinary path.
+    element = static_cast<qv_lockqueue_element *>(qv_malloc(sizeof(qv_lockqueue_element)));
     if (element == nullptr) return QV_ERROR_NO_MEMORY;
     element->prev = nullptr;
     element->next = nullptr;
@@ -164,6 +241,7 @@ QV_API void qv_lockqueue_set_end(qv_lockqueue *queue) noexcept {
     QV_ASSERT(qvcond != NULL);
     qv_cond_lock(qvcond);
     queue->end = 1;
+    queue->sleepers = 0;
     qv_cond_broadcast(qvcond);
     qv_cond_unlock(qvcond);
 }
