@@ -10,17 +10,28 @@
 // consumer, and only when one is asleep; the end wakes all. Consumers re-check
 // the queue after every wake-up.
 //
-// Item pushes and pops recycle their elements through a list of spares kept
-// in the queue, so that a steady stream of items costs no allocation:
-// an element popped by one thread and allocated by another would otherwise
-// pass between the threads' heaps on every item. The spares are freed with
-// the queue.
+// Elements for item pushes come in slabs of 31 (one allocation, not one per
+// item), and item pops keep their elements as spares in the queue, so that a
+// steady stream of items costs no allocation: an element allocated by one
+// thread and freed by another would otherwise pass between the threads'
+// heaps on every item. A slab counts its elements that are still in use and
+// goes when the last of them is released, wherever that happens (elements
+// may travel to another queue or to the caller, who releases them with
+// qv_lockqueue_element_destroy). Elements made by qv_lockqueue_element_create
+// stand alone.
+#include <atomic>
+
 #include "internal/qvinternal.h"
+
+namespace {
+struct Slab;
+}
 
 struct qv_lockqueue_element {
     qv_lockqueue_element *prev;
     qv_lockqueue_element *next;
     void *item;
+    Slab *slab;  // null for an element allocated on its own
 };
 
 struct qv_lockqueue {
@@ -35,11 +46,35 @@ struct qv_lockqueue {
 
 namespace {
 
+constexpr int kSlabElements = 31;
+
+struct Slab {
+    std::atomic<int> live;  // elements not yet released
+    qv_lockqueue_element elements[kSlabElements];
+};
+
 // A producer that runs ahead of its consumers by up to this many items still
-// finds recycled elements; beyond it, popped elements are freed. At most this
-// many elements (2 MB on a 64-bit build) stay allocated beyond what is
-// queued, until the queue is destroyed.
-constexpr int kMaxSpares = 65536;
+// finds recycled elements; beyond it, popped elements are released. Beyond
+// what is queued, a queue keeps at most this many spares, and through them
+// at most as many slabs (4 MB on a 64-bit build in the worst case, far less
+// when elements come and go in order), until it is destroyed.
+constexpr int kMaxSpares = 4096;
+
+void release(qv_lockqueue_element *element) noexcept {
+    Slab *slab = element->slab;
+    if (slab == nullptr)
+        qv_free(element);
+    else if (slab->live.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        qv::destroy(slab);
+}
+
+void release_list(qv_lockqueue_element *element) noexcept {
+    while (element != nullptr) {
+        qv_lockqueue_element *next = element->next;
+        release(element);
+        element = next;
+    }
+}
 
 // Appends under the lock; the caller has checked the end flag. Returns
 // whether a consumer sleeps and must be woken.
@@ -66,17 +101,6 @@ void wake_one(qv_cond *qvcond, bool needed) noexcept {
     if (needed) qv_cond_signal(qvcond);
 }
 
-void free_list(qv_lockqueue_element *element) noexcept {
-    while (element != nullptr) {
-        qv_lockqueue_element *next = element->next;
-        qv_free(element);
-        element = next;
-    }
-}
-
-}  // namespace
-
-namespace {
 
 // Pops the head element, or returns null with the reason in *error_out.
 // With item_out, the element's item is taken and the element kept as a spare
@@ -123,7 +147,7 @@ qv_lockqueue_element *pop_element(qv_lockqueue *queue, int *error_out, bool wait
         }
     }
     qv_cond_unlock(qvcond);
-    qv_free(to_free);
+    if (to_free != nullptr) release(to_free);
     if (error_out != nullptr) *error_out = error;
     return element;
 }
@@ -162,10 +186,10 @@ QV_API void qv_lockqueue_destroy(qv_lockqueue *queue, qv_lockqueue_item_destroy_
     while (element != nullptr) {
         qv_lockqueue_element *next = element->next;
         if (destroy != nullptr) destroy(element->item);
-        qv_free(element);
+        release(element);
         element = next;
     }
-    free_list(queue->spares);
+    release_list(queue->spares);
     qv_cond_destroy(queue->condition);
     qv_free(queue);
 }
@@ -207,15 +231,30 @@ QV_API int qv_lockqueue_push(qv_lockqueue *queue, void *item) noexcept {
         return 0;
     }
     qv_cond_unlock(qvcond);
-    // No spare: allocate outside the lock, then take the ordinary path.
-    element = static_cast<qv_lockqueue_element *>(qv_malloc(sizeof(qv_lockqueue_element)));
-    if (element == nullptr) return QV_ERROR_NO_MEMORY;
-    element->prev = nullptr;
-    element->next = nullptr;
+    // No spare: allocate a slab outside the lock; its other elements become
+    // spares if the queue still takes pushes.
+    Slab *slab = qv::make<Slab>();
+    if (slab == nullptr) return QV_ERROR_NO_MEMORY;
+    slab->live.store(kSlabElements, std::memory_order_relaxed);
+    for (int i = 0; i < kSlabElements; ++i) {
+        slab->elements[i].slab = slab;
+        slab->elements[i].next = i + 1 < kSlabElements ? &slab->elements[i + 1] : nullptr;
+    }
+    element = &slab->elements[0];
     element->item = item;
-    int result = qv_lockqueue_push_element(queue, element);
-    if (result != 0) qv_free(element);
-    return result;
+    qv_cond_lock(qvcond);
+    if (queue->end) {
+        qv_cond_unlock(qvcond);
+        qv::destroy(slab);
+        return QV_ERROR_WRITE;
+    }
+    slab->elements[kSlabElements - 1].next = queue->spares;
+    queue->spares = &slab->elements[1];
+    queue->nspares += kSlabElements - 1;
+    bool wake = link_tail(queue, element);
+    qv_cond_unlock(qvcond);
+    wake_one(qvcond, wake);
+    return 0;
 }
 
 QV_API void *qv_lockqueue_pop(qv_lockqueue *queue, int *error_out) noexcept {
@@ -252,7 +291,7 @@ QV_API qv_lockqueue_element *qv_lockqueue_element_create(void) noexcept {
 
 QV_API void qv_lockqueue_element_destroy(qv_lockqueue_element *element) noexcept {
     QV_ASSERT(element);
-    qv_free(element);
+    release(element);
 }
 
 QV_API void *qv_lockqueue_element_get_item(const qv_lockqueue_element *element) noexcept {

@@ -81,6 +81,44 @@ TEST(LockQueue, NullIsAnItemAndElementsCarryThemUnchanged) {
     qv_lockqueue_destroy(q, nullptr);
 }
 
+// Item pushes share allocations between elements; an element popped as such
+// must still live on its own: in another queue, with the caller, after its
+// first queue is gone.
+TEST(LockQueue, ElementsOutliveTheirQueueAndNothingIsLeft) {
+#ifdef QV_FAULT_INJECTION
+    long live_before = qv::fault::live_blocks();
+#endif
+    const uintptr_t kItems = 20000;  // beyond what a queue keeps as spares
+    qv_lockqueue *a = qv_lockqueue_create(nullptr);
+    qv_lockqueue *b = qv_lockqueue_create(nullptr);
+    for (int round = 0; round < 3; ++round) {
+        for (uintptr_t i = 1; i <= kItems; ++i) ASSERT_EQ(qv_lockqueue_push(a, item(i)), 0);
+        int err = -1;
+        for (uintptr_t i = 1; i <= kItems; ++i) ASSERT_EQ(qv_lockqueue_pop_try(a, &err), item(i));
+    }
+    for (uintptr_t i = 1; i <= 100; ++i) ASSERT_EQ(qv_lockqueue_push(a, item(i)), 0);
+    int err = -1;
+    std::vector<qv_lockqueue_element *> mine;
+    for (uintptr_t i = 1; i <= 100; ++i) {
+        qv_lockqueue_element *e = qv_lockqueue_pop_element(a, &err);
+        ASSERT_NE(e, nullptr);
+        if (i % 2 == 0)
+            ASSERT_EQ(qv_lockqueue_push_element(b, e), 0);
+        else
+            mine.push_back(e);
+    }
+    qv_lockqueue_destroy(a, nullptr);
+    for (qv_lockqueue_element *e : mine) {
+        EXPECT_NE(qv_lockqueue_element_get_item(e), nullptr);
+        qv_lockqueue_element_destroy(e);
+    }
+    for (uintptr_t i = 2; i <= 100; i += 2) EXPECT_EQ(qv_lockqueue_pop_try(b, &err), item(i));
+    qv_lockqueue_destroy(b, nullptr);
+#ifdef QV_FAULT_INJECTION
+    EXPECT_EQ(qv::fault::live_blocks(), live_before);
+#endif
+}
+
 std::vector<uintptr_t> g_destroyed;
 
 TEST(LockQueue, DestroyHandsLeftItemsToTheCallbackHeadFirst) {
