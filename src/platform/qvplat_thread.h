@@ -26,15 +26,16 @@ bool mutex_init_recursive(mutex_t *m) noexcept;
 // A plain (non-recursive) mutex, the fast kind paired with a condition.
 bool mutex_init(mutex_t *m) noexcept;
 // Lock, unlock and destroy return the platform's result: 0 on success.
-int mutex_lock(mutex_t *m) noexcept;
-int mutex_unlock(mutex_t *m) noexcept;
+// The calls on every lock path are inline: they are the cost of a lock.
+inline int mutex_lock(mutex_t *m) noexcept { return pthread_mutex_lock(m); }
+inline int mutex_unlock(mutex_t *m) noexcept { return pthread_mutex_unlock(m); }
 int mutex_destroy(mutex_t *m) noexcept;
 
 // Condition variables, used with a plain mutex held by the caller.
 bool cond_init(cond_t *c) noexcept;
-int cond_wait(cond_t *c, mutex_t *m) noexcept;
-int cond_signal(cond_t *c) noexcept;
-int cond_broadcast(cond_t *c) noexcept;
+inline int cond_wait(cond_t *c, mutex_t *m) noexcept { return pthread_cond_wait(c, m); }
+inline int cond_signal(cond_t *c) noexcept { return pthread_cond_signal(c); }
+inline int cond_broadcast(cond_t *c) noexcept { return pthread_cond_broadcast(c); }
 int cond_destroy(cond_t *c) noexcept;
 
 // Starts fn(arg) on a new joinable thread with the default stack size.
@@ -46,8 +47,8 @@ int thread_join(thread_t t) noexcept;
 int thread_detach(thread_t t) noexcept;
 
 // A real identity of the calling thread, comparable across threads.
-thread_id_t thread_self() noexcept;
-bool thread_equal(thread_id_t a, thread_id_t b) noexcept;
+inline thread_id_t thread_self() noexcept { return pthread_self(); }
+inline bool thread_equal(thread_id_t a, thread_id_t b) noexcept { return pthread_equal(a, b) != 0; }
 
 // Sleeps the whole interval: interruptions by signals resume the sleep
 // until the monotonic deadline has passed.

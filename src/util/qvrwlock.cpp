@@ -1,34 +1,46 @@
 // The readers/writer lock, preferring writers.
 //
-// One guard mutex protects four fields: writercount (writers that own or wait
-// for the lock), writervalid and writer (set while a writer owns the lock,
-// from before it has waited for the readers to drain), and readercount
-// (holders: readers, plus one unit for the owning writer).
+// State: one atomic word holds the number of readers inside (low bits) and a
+// flag that is set while any writer owns or waits for the lock. A guard mutex
+// protects the writers' side: writercount (writers that own or wait),
+// writervalid and writer (the owner, set from before it has waited for the
+// readers to drain). The owner's identity is also published atomically, so
+// that unlock can tell a writer's release from a reader's without the guard.
 //
-// Every wait is a loop on its own predicate, each with its own condition:
+// Readers take the fast path, one compare-and-swap, while no writer is
+// announced; otherwise they wait under the guard. Every wait is a loop on its
+// own predicate, each with its own condition:
 //   - readers wait on readercond while any writer is announced, so a writer
 //     that has arrived keeps new readers out;
 //   - queued writers wait on writercond while another writer owns the lock;
-//   - the owning writer waits on draincond while readers still hold it.
+//   - the owning writer waits on draincond while readers are still inside.
 // A writer's release hands over to the next writer (signal writercond) or,
-// when none is left, lets all readers in (broadcast readercond); the last
-// reader to leave before a waiting owner signals draincond. All state changes
-// and signals happen under the guard, so no wake-up is lost.
-//
-// Unlock tells a writer from a reader by the owning thread's real identity,
-// so a reader that leaves while the writer drains is counted as a reader.
-// Neither kind of lock is recursive.
+// when none is left, clears the flag and lets all readers in (broadcast
+// readercond). The last reader to leave before an announced writer signals
+// draincond under the guard; the writer tests the count under the guard
+// before it sleeps, so that wake-up cannot be lost. Neither kind of lock is
+// recursive.
+#include <atomic>
+
 #include "internal/qvinternal.h"
 
+namespace {
+
+constexpr uint32_t kWriterFlag = 0x80000000u;
+constexpr uint32_t kReaderMask = 0x7fffffffu;
+
+}  // namespace
+
 struct qv_rwlock {
+    std::atomic<uint32_t> readers;  // readers inside | kWriterFlag
+    std::atomic<int> owned;         // 1 while owner holds a writer's identity
+    std::atomic<qv::plat::thread_id_t> owner;
     qv::plat::mutex_t guard;
     qv::plat::cond_t readercond;
     qv::plat::cond_t writercond;
     qv::plat::cond_t draincond;
     int32_t writercount;
     int32_t writervalid;
-    qv::plat::thread_id_t writer;
-    int32_t readercount;
 };
 
 namespace {
@@ -50,12 +62,32 @@ void wait_on(qv::plat::cond_t *cond, qv_rwlock *qvrwlock) noexcept {
 
 void wake(int err) noexcept { QV_ASSERT(err == 0); }
 
+// True if the calling thread owns the lock as a writer. A writer stores its
+// identity before it raises owned (release), so a thread that sees owned
+// raised (acquire) reads that writer's identity, never one left behind; and a
+// thread that cleared owned itself cannot see its own raise again.
+bool is_owner(qv_rwlock *qvrwlock) noexcept {
+    return qvrwlock->owned.load(std::memory_order_acquire) != 0 &&
+           qv::plat::thread_equal(qvrwlock->owner.load(std::memory_order_relaxed), qv::plat::thread_self());
+}
+
+void read_lock_slow(qv_rwlock *qvrwlock) noexcept {
+    guard_lock(qvrwlock);
+    QV_ASSERT(qvrwlock->writercount >= 0);
+    while (qvrwlock->writercount != 0) wait_on(&qvrwlock->readercond, qvrwlock);
+    // No writer: the flag is clear, and it is only set under the guard.
+    uint32_t before = qvrwlock->readers.fetch_add(1, std::memory_order_acquire);
+    QV_ASSERT((before & kWriterFlag) == 0);
+    QV_ASSERT((before & kReaderMask) < kReaderMask);
+    guard_unlock(qvrwlock);
+}
+
 }  // namespace
 
 extern "C" {
 
 QV_API qv_rwlock *qv_rwlock_create(void) noexcept {
-    qv_rwlock *qvrwlock = static_cast<qv_rwlock *>(qv_cmalloc(sizeof(qv_rwlock)));
+    qv_rwlock *qvrwlock = qv::make_zeroed<qv_rwlock>();
     if (qvrwlock == nullptr) return nullptr;
     int made = 0;
     if (qv::plat::mutex_init(&qvrwlock->guard)) ++made;
@@ -66,69 +98,67 @@ QV_API qv_rwlock *qv_rwlock_create(void) noexcept {
     if (made > 2) qv::plat::cond_destroy(&qvrwlock->writercond);
     if (made > 1) qv::plat::cond_destroy(&qvrwlock->readercond);
     if (made > 0) qv::plat::mutex_destroy(&qvrwlock->guard);
-    qv_free(qvrwlock);
+    qv::destroy(qvrwlock);
     return nullptr;
 }
 
 QV_API void qv_rwlock_rdlock(qv_rwlock *qvrwlock) noexcept {
     QV_ASSERT(qvrwlock != NULL);
-    guard_lock(qvrwlock);
-    QV_ASSERT(qvrwlock->writercount >= 0);
-    QV_ASSERT(qvrwlock->readercount >= 0);
-    while (qvrwlock->writercount != 0) wait_on(&qvrwlock->readercond, qvrwlock);
-    QV_ASSERT(qvrwlock->writervalid == 0);
-    qvrwlock->readercount += 1;
-    QV_ASSERT(qvrwlock->readercount > 0);
-    guard_unlock(qvrwlock);
+    uint32_t s = qvrwlock->readers.load(std::memory_order_relaxed);
+    while ((s & kWriterFlag) == 0 && (s & kReaderMask) < kReaderMask) {
+        if (qvrwlock->readers.compare_exchange_weak(s, s + 1, std::memory_order_acquire,
+                                                    std::memory_order_relaxed))
+            return;
+    }
+    read_lock_slow(qvrwlock);
 }
 
 QV_API void qv_rwlock_wrlock(qv_rwlock *qvrwlock) noexcept {
     QV_ASSERT(qvrwlock != NULL);
-    qv::plat::thread_id_t self = qv::plat::thread_self();
     guard_lock(qvrwlock);
     QV_ASSERT(qvrwlock->writercount >= 0);
-    QV_ASSERT(qvrwlock->readercount >= 0);
     qvrwlock->writercount += 1;
     QV_ASSERT(qvrwlock->writercount > 0);
     // Announced: from here on no new reader gets in. Wait for the owner.
+    qvrwlock->readers.fetch_or(kWriterFlag, std::memory_order_relaxed);
     while (qvrwlock->writervalid != 0) wait_on(&qvrwlock->writercond, qvrwlock);
-    qvrwlock->readercount += 1;
-    QV_ASSERT(qvrwlock->writervalid == 0);
-    qvrwlock->writer = self;
     qvrwlock->writervalid = 1;
+    qvrwlock->owner.store(qv::plat::thread_self(), std::memory_order_relaxed);
+    qvrwlock->owned.store(1, std::memory_order_release);
     // Owner: wait for the readers that were inside to leave.
-    while (qvrwlock->readercount > 1) wait_on(&qvrwlock->draincond, qvrwlock);
-    QV_ASSERT(qvrwlock->readercount == 1);
+    while ((qvrwlock->readers.load(std::memory_order_acquire) & kReaderMask) != 0)
+        wait_on(&qvrwlock->draincond, qvrwlock);
     QV_ASSERT(qvrwlock->writervalid == 1);
-    QV_ASSERT(qv::plat::thread_equal(qvrwlock->writer, self));
     guard_unlock(qvrwlock);
 }
 
 QV_API void qv_rwlock_unlock(qv_rwlock *qvrwlock) noexcept {
     QV_ASSERT(qvrwlock != NULL);
-    qv::plat::thread_id_t self = qv::plat::thread_self();
-    guard_lock(qvrwlock);
-    if (qvrwlock->writervalid == 1 && qv::plat::thread_equal(qvrwlock->writer, self)) {
+    if (is_owner(qvrwlock)) {
+        guard_lock(qvrwlock);
+        QV_ASSERT(qvrwlock->writervalid == 1);
+        qvrwlock->owned.store(0, std::memory_order_relaxed);
         qvrwlock->writervalid = 0;
         QV_ASSERT(qvrwlock->writercount > 0);
         qvrwlock->writercount -= 1;
-        QV_ASSERT(qvrwlock->writercount >= 0);
-        if (qvrwlock->writercount < 1)
+        if (qvrwlock->writercount < 1) {
+            qvrwlock->readers.fetch_and(kReaderMask, std::memory_order_release);
             wake(qv::plat::cond_broadcast(&qvrwlock->readercond));
-        else
+        } else {
             wake(qv::plat::cond_signal(&qvrwlock->writercond));
-        QV_ASSERT(qvrwlock->readercount == 1);
-        qvrwlock->readercount -= 1;
-        QV_ASSERT(qvrwlock->readercount == 0);
-    } else {
-        QV_ASSERT(qvrwlock->readercount > 0);
-        qvrwlock->readercount -= 1;
-        QV_ASSERT(qvrwlock->readercount >= 0);
-        // Only the draining owner's own unit left: let it proceed.
-        if (qvrwlock->readercount == 1 && qvrwlock->writervalid == 1)
-            wake(qv::plat::cond_signal(&qvrwlock->draincond));
+        }
+        guard_unlock(qvrwlock);
+        return;
     }
-    guard_unlock(qvrwlock);
+    uint32_t before = qvrwlock->readers.fetch_sub(1, std::memory_order_release);
+    uint32_t readercount = before & kReaderMask;
+    QV_ASSERT(readercount > 0);
+    // The last reader out before an announced writer lets the owner proceed.
+    if (readercount == 1 && (before & kWriterFlag) != 0) {
+        guard_lock(qvrwlock);
+        wake(qv::plat::cond_signal(&qvrwlock->draincond));
+        guard_unlock(qvrwlock);
+    }
 }
 
 QV_API void qv_rwlock_destroy(qv_rwlock *qvrwlock) noexcept {
@@ -141,7 +171,7 @@ QV_API void qv_rwlock_destroy(qv_rwlock *qvrwlock) noexcept {
     QV_ASSERT(err == 0);
     err = qv::plat::mutex_destroy(&qvrwlock->guard);
     QV_ASSERT(err == 0);
-    qv_free(qvrwlock);
+    qv::destroy(qvrwlock);
 }
 
 }  // extern "C"

@@ -16,14 +16,9 @@ bool mutex_init_recursive(mutex_t *m) noexcept {
 }
 
 bool mutex_init(mutex_t *m) noexcept { return pthread_mutex_init(m, nullptr) == 0; }
-int mutex_lock(mutex_t *m) noexcept { return pthread_mutex_lock(m); }
-int mutex_unlock(mutex_t *m) noexcept { return pthread_mutex_unlock(m); }
 int mutex_destroy(mutex_t *m) noexcept { return pthread_mutex_destroy(m); }
 
 bool cond_init(cond_t *c) noexcept { return pthread_cond_init(c, nullptr) == 0; }
-int cond_wait(cond_t *c, mutex_t *m) noexcept { return pthread_cond_wait(c, m); }
-int cond_signal(cond_t *c) noexcept { return pthread_cond_signal(c); }
-int cond_broadcast(cond_t *c) noexcept { return pthread_cond_broadcast(c); }
 int cond_destroy(cond_t *c) noexcept { return pthread_cond_destroy(c); }
 
 int thread_start(thread_t *t, void *(*fn)(void *), void *arg) noexcept {
@@ -32,8 +27,6 @@ int thread_start(thread_t *t, void *(*fn)(void *), void *arg) noexcept {
 int thread_join(thread_t t) noexcept { return pthread_join(t, nullptr); }
 int thread_detach(thread_t t) noexcept { return pthread_detach(t); }
 
-thread_id_t thread_self() noexcept { return pthread_self(); }
-bool thread_equal(thread_id_t a, thread_id_t b) noexcept { return pthread_equal(a, b) != 0; }
 
 void sleep_ms(uint32_t ms) noexcept {
     // An absolute deadline on the monotonic clock: a signal that interrupts
