@@ -41,6 +41,7 @@ struct qv_rwlock {
     qv::plat::cond_t draincond;
     int32_t writercount;
     int32_t writervalid;
+    int32_t readerswaiting;  // readers asleep on readercond
 };
 
 namespace {
@@ -74,7 +75,11 @@ bool is_owner(qv_rwlock *qvrwlock) noexcept {
 void read_lock_slow(qv_rwlock *qvrwlock) noexcept {
     guard_lock(qvrwlock);
     QV_ASSERT(qvrwlock->writercount >= 0);
-    while (qvrwlock->writercount != 0) wait_on(&qvrwlock->readercond, qvrwlock);
+    while (qvrwlock->writercount != 0) {
+        qvrwlock->readerswaiting += 1;
+        wait_on(&qvrwlock->readercond, qvrwlock);
+        qvrwlock->readerswaiting -= 1;
+    }
     // No writer: the flag is clear, and it is only set under the guard.
     uint32_t before = qvrwlock->readers.fetch_add(1, std::memory_order_acquire);
     QV_ASSERT((before & kWriterFlag) == 0);
@@ -143,7 +148,7 @@ QV_API void qv_rwlock_unlock(qv_rwlock *qvrwlock) noexcept {
         qvrwlock->writercount -= 1;
         if (qvrwlock->writercount < 1) {
             qvrwlock->readers.fetch_and(kReaderMask, std::memory_order_release);
-            wake(qv::plat::cond_broadcast(&qvrwlock->readercond));
+            if (qvrwlock->readerswaiting > 0) wake(qv::plat::cond_broadcast(&qvrwlock->readercond));
         } else {
             wake(qv::plat::cond_signal(&qvrwlock->writercond));
         }
