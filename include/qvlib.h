@@ -337,17 +337,211 @@ QV_API void qv_mutex_destroy(qv_mutex *qvmutex) QV_NOEXCEPT;
 
 /* @@section threads@@ */
 
+/* Joinable threads. A thread object is started once and joined once:
+ * QV_THREAD_STATE_NONE (created, or the start failed) -> RUNNING (started)
+ * -> JOINED. Starting in any state but NONE, or joining in any state but
+ * RUNNING, is an assertion failure. */
+typedef struct qv_thread qv_thread;
+enum {
+    QV_THREAD_STATE_NONE = 0,
+    QV_THREAD_STATE_RUNNING = 1,
+    QV_THREAD_STATE_JOINED = 2
+};
+/* A thread function; its value is handed to qv_thread_join. */
+typedef unsigned int (*qv_thread_fn)(void *arg);
+
+/* A new thread object in state NONE, or NULL after logging
+ * "not enough memory for thread context". */
+QV_API qv_thread *qv_thread_create(void) QV_NOEXCEPT;
+/* Runs startfunction(arg) on a new thread. Returns 0, or the platform's error
+ * number for the failed creation (such as EAGAIN), not a qv error code; the
+ * object is then back in state NONE. */
+QV_API int qv_thread_start(qv_thread *qvthread, qv_thread_fn startfunction, void *arg) QV_NOEXCEPT;
+/* Waits without limit for the thread to end. 0, or -1 after logging (the
+ * object stays RUNNING). *result (if not NULL) receives the function's value,
+ * or 0 on failure. */
+QV_API int qv_thread_join(qv_thread *qvthread, unsigned int *result) QV_NOEXCEPT;
+/* Frees the object without joining: a started, unjoined thread keeps running
+ * (detached) and its resources go when it ends. */
+QV_API void qv_thread_destroy(qv_thread *qvthread) QV_NOEXCEPT;
+
+/* A condition object that owns its lock (plain, not recursive). Waits have no
+ * time limit and may wake spuriously: wait in a loop on your own predicate,
+ * holding the object's lock. Signal (one waiter) and broadcast (all) take no
+ * lock; their result carries no meaning. create returns NULL when memory or
+ * the platform objects could not be had. Lock failures are assertions. */
+typedef struct qv_cond qv_cond;
+QV_API qv_cond *qv_cond_create(void) QV_NOEXCEPT;
+QV_API void qv_cond_lock(qv_cond *qvcond) QV_NOEXCEPT;
+QV_API void qv_cond_unlock(qv_cond *qvcond) QV_NOEXCEPT;
+QV_API void qv_cond_wait(qv_cond *qvcond) QV_NOEXCEPT;
+QV_API int qv_cond_signal(qv_cond *qvcond) QV_NOEXCEPT;
+QV_API int qv_cond_broadcast(qv_cond *qvcond) QV_NOEXCEPT;
+/* No thread may wait on or hold the object. */
+QV_API void qv_cond_destroy(qv_cond *qvcond) QV_NOEXCEPT;
+
+/* A readers/writer lock preferring writers: once a writer waits, new readers
+ * wait too; a writer's unlock hands over to the next writer, or lets all
+ * waiting readers in when no writer is left. Not recursive. unlock releases
+ * whichever kind the calling thread holds. create returns NULL when memory or
+ * the platform objects could not be had. Lock failures are assertions. */
+typedef struct qv_rwlock qv_rwlock;
+QV_API qv_rwlock *qv_rwlock_create(void) QV_NOEXCEPT;
+QV_API void qv_rwlock_rdlock(qv_rwlock *qvrwlock) QV_NOEXCEPT;
+QV_API void qv_rwlock_wrlock(qv_rwlock *qvrwlock) QV_NOEXCEPT;
+QV_API void qv_rwlock_unlock(qv_rwlock *qvrwlock) QV_NOEXCEPT;
+QV_API void qv_rwlock_destroy(qv_rwlock *qvrwlock) QV_NOEXCEPT;
+
 /* ======================================================================
  * Timers, timeouts and time
  * ====================================================================== */
 
 /* @@section time@@ */
 
+/* Intervals are measured in whole milliseconds on a monotonic 32-bit tick
+ * (wrapping like it). A time limit is (seconds, microseconds) with
+ * microseconds below 1000000 (asserted); negative seconds means no limit. */
+
+/* A deadline for an operation made of several waits. */
+typedef struct qv_timeout qv_timeout;
+/* A zero-filled deadline (0 ms left), or NULL. */
+QV_API qv_timeout *qv_timeout_create(void) QV_NOEXCEPT;
+/* Starts the deadline now; microseconds round to the nearest millisecond. */
+QV_API void qv_timeout_set(qv_timeout *t, long seconds, long microseconds) QV_NOEXCEPT;
+/* 1 when the limit has run out, 0 while time is left, -1 without a limit.
+ * Writes the time left where the pointers are not NULL (-1 s, 0 us without a
+ * limit). Each check consumes the time since the previous check. */
+QV_API int qv_timeout_check(qv_timeout *t, long *secondsptr, long *microsecondsptr) QV_NOEXCEPT;
+QV_API void qv_timeout_destroy(qv_timeout *t) QV_NOEXCEPT;
+
+/* A stopwatch with a split. */
+typedef struct qv_timer qv_timer;
+/* A started timer, or NULL. */
+QV_API qv_timer *qv_timer_create(void) QV_NOEXCEPT;
+/* Restarts: start, split start and latest split become now. */
+QV_API void qv_timer_start(qv_timer *t) QV_NOEXCEPT;
+/* Takes a split: the latest split becomes now. */
+QV_API void qv_timer_split(qv_timer *t) QV_NOEXCEPT;
+/* Opens a new split at the moment of the latest split. */
+QV_API void qv_timer_storesplit(qv_timer *t) QV_NOEXCEPT;
+/* Start to latest split (total) or split start to latest split (split), as
+ * seconds and microseconds, and count per second of it (count being, say,
+ * bytes moved; an empty interval gives an infinite rate). NULL pointers are
+ * skipped. */
+QV_API void qv_timer_gettotal(qv_timer *t, unsigned int count, long *secondsptr,
+                              long *microsecondsptr, double *rateptr) QV_NOEXCEPT;
+QV_API void qv_timer_getsplit(qv_timer *t, unsigned int count, long *secondsptr,
+                              long *microsecondsptr, double *rateptr) QV_NOEXCEPT;
+QV_API void qv_timer_destroy(qv_timer *t) QV_NOEXCEPT;
+
+/* Sleeps the whole interval (signals do not cut it short); microseconds are
+ * truncated to milliseconds; a negative total sleeps nothing. */
+QV_API void qv_sleep(long seconds, long microseconds) QV_NOEXCEPT;
+/* Seconds since 1970-01-01 UTC, also stored in *tptr when not NULL; -1 when
+ * the clock cannot be read. */
+QV_API int64_t qv_time(int64_t *tptr) QV_NOEXCEPT;
+struct tm;
+/* Thread-safe conversion to local time into *result: result, or NULL when the
+ * conversion fails. */
+QV_API struct tm *qv_localtime_r(const int64_t *timep, struct tm *result) QV_NOEXCEPT;
+
 /* ======================================================================
  * Lock queue and thread pool
  * ====================================================================== */
 
 /* @@section lockqueue@@ */
+
+/* An unbounded, thread-safe FIFO of opaque item pointers (NULL is a legal
+ * item) for any number of producers and consumers. After qv_lockqueue_set_end
+ * pushes are refused with QV_ERROR_WRITE and pops drain what is queued, then
+ * report QV_ERROR_END_OF_FILE. The queue logs nothing. Destroy only when no
+ * thread uses the queue any more. */
+typedef struct qv_lockqueue qv_lockqueue;
+/* A link of the queue that carries one item; a producer may prepare it
+ * outside the lock and a consumer may recycle it. */
+typedef struct qv_lockqueue_element qv_lockqueue_element;
+typedef void (*qv_lockqueue_item_destroy_fn)(void *item);
+
+/* A new queue, or NULL with *error_out (if not NULL) QV_ERROR_NO_MEMORY, or
+ * QV_ERROR_GENERIC when its condition could not be made. */
+QV_API qv_lockqueue *qv_lockqueue_create(int *error_out) QV_NOEXCEPT;
+/* Frees the elements still queued, calling destroy (if not NULL) on each
+ * item, head first; then the queue. */
+QV_API void qv_lockqueue_destroy(qv_lockqueue *queue, qv_lockqueue_item_destroy_fn destroy) QV_NOEXCEPT;
+/* 0; QV_ERROR_NO_MEMORY; QV_ERROR_WRITE after the end (the item stays the
+ * caller's). */
+QV_API int qv_lockqueue_push(qv_lockqueue *queue, void *item) QV_NOEXCEPT;
+/* 0 (the queue owns the element now), or QV_ERROR_WRITE after the end (it
+ * stays the caller's). */
+QV_API int qv_lockqueue_push_element(qv_lockqueue *queue, qv_lockqueue_element *element) QV_NOEXCEPT;
+/* The item at the head (its element is freed), blocking while the queue is
+ * empty and not ended. NULL is also a legal item: *error_out (required) says
+ * QV_ERROR_NONE, or QV_ERROR_END_OF_FILE for an ended, drained queue. */
+QV_API void *qv_lockqueue_pop(qv_lockqueue *queue, int *error_out) QV_NOEXCEPT;
+/* As pop without blocking: QV_ERROR_NOT_FOUND when empty and not ended. */
+QV_API void *qv_lockqueue_pop_try(qv_lockqueue *queue, int *error_out) QV_NOEXCEPT;
+/* As pop and pop_try, but hand over the element itself (the caller owns it)
+ * or NULL; error_out may be NULL. */
+QV_API qv_lockqueue_element *qv_lockqueue_pop_element(qv_lockqueue *queue, int *error_out) QV_NOEXCEPT;
+QV_API qv_lockqueue_element *qv_lockqueue_pop_element_try(qv_lockqueue *queue, int *error_out) QV_NOEXCEPT;
+/* Marks the end (for good) and wakes every waiting consumer. */
+QV_API void qv_lockqueue_set_end(qv_lockqueue *queue) QV_NOEXCEPT;
+/* A new element with a NULL item, or NULL. */
+QV_API qv_lockqueue_element *qv_lockqueue_element_create(void) QV_NOEXCEPT;
+/* Frees an element that is in no queue (not its item). */
+QV_API void qv_lockqueue_element_destroy(qv_lockqueue_element *element) QV_NOEXCEPT;
+QV_API void *qv_lockqueue_element_get_item(const qv_lockqueue_element *element) QV_NOEXCEPT;
+QV_API void qv_lockqueue_element_set_item(qv_lockqueue_element *element, void *item) QV_NOEXCEPT;
+
+/* A thread pool: a fixed number of workers take requests from an input
+ * queue, call the request handler on each with their own thread context, and
+ * queue the same pointer as a result. Results come in completion order
+ * (submission order with one worker); without a handler requests pass
+ * through unchanged. Requests and results stay the caller's. */
+typedef struct qv_threadpool qv_threadpool;
+typedef struct qv_threadpool_params qv_threadpool_params;
+/* Makes a worker's context. *error_out comes preset to QV_ERROR_GENERIC; set
+ * it to QV_ERROR_NONE on success. */
+typedef void *(*qv_threadpool_thread_ctx_create_fn)(void *global_ctx, int *error_out);
+typedef void (*qv_threadpool_thread_ctx_destroy_fn)(void *global_ctx, void *thread_ctx);
+/* Runs on all workers at once; the result is ignored. */
+typedef int (*qv_threadpool_request_handler_fn)(void *global_ctx, void *thread_ctx, void *request);
+
+/* Parameters with the defaults (1 thread, everything else NULL), or NULL.
+ * The pool copies them: destroy them right after qv_threadpool_create. */
+QV_API qv_threadpool_params *qv_threadpool_params_create_defaults(void) QV_NOEXCEPT;
+QV_API void qv_threadpool_params_set_defaults(qv_threadpool_params *params) QV_NOEXCEPT;
+/* Zero or less gives a pool without workers. */
+QV_API void qv_threadpool_params_set_num_threads(qv_threadpool_params *params, int num_threads) QV_NOEXCEPT;
+QV_API void qv_threadpool_params_set_global_context(qv_threadpool_params *params, void *global_ctx) QV_NOEXCEPT;
+QV_API void qv_threadpool_params_set_thread_ctx_create(qv_threadpool_params *params,
+                                                       qv_threadpool_thread_ctx_create_fn fn) QV_NOEXCEPT;
+QV_API void qv_threadpool_params_set_thread_ctx_destroy(qv_threadpool_params *params,
+                                                        qv_threadpool_thread_ctx_destroy_fn fn) QV_NOEXCEPT;
+QV_API void qv_threadpool_params_set_request_handler(qv_threadpool_params *params,
+                                                     qv_threadpool_request_handler_fn fn) QV_NOEXCEPT;
+QV_API void qv_threadpool_params_destroy(qv_threadpool_params *params) QV_NOEXCEPT;
+/* A running pool, or NULL with *error_out (if not NULL) set, after a level 7
+ * log line: QV_ERROR_INVALID_ARGUMENT (NULL params), QV_ERROR_NO_MEMORY,
+ * QV_ERROR_GENERIC (a thread could not be made or started), or the error a
+ * context create callback reported. Contexts are made in index order while
+ * earlier workers already run; on failure the started workers are stopped and
+ * joined, and every context made is passed to the destroy callback. */
+QV_API qv_threadpool *qv_threadpool_create(const qv_threadpool_params *params, int *error_out) QV_NOEXCEPT;
+/* 0; QV_ERROR_NO_MEMORY; QV_ERROR_WRITE after stop. */
+QV_API int qv_threadpool_submit_request(qv_threadpool *pool, void *request) QV_NOEXCEPT;
+/* The next processed request, blocking while none is ready (a stopped pool
+ * with nothing left blocks for ever: count what you submitted). NULL with
+ * the queue's code otherwise. error_out may be NULL. */
+QV_API void *qv_threadpool_get_result(qv_threadpool *pool, int *error_out) QV_NOEXCEPT;
+/* As get_result without blocking: QV_ERROR_NOT_FOUND when none is ready. */
+QV_API void *qv_threadpool_get_result_try(qv_threadpool *pool, int *error_out) QV_NOEXCEPT;
+/* Lets the workers finish every queued request, joins them, and refuses
+ * further submissions. Results stay collectable. Idempotent. */
+QV_API void qv_threadpool_stop(qv_threadpool *pool) QV_NOEXCEPT;
+/* Stops, passes each context to the destroy callback in index order, and
+ * frees the pool; requests and results still queued are not touched. */
+QV_API void qv_threadpool_destroy(qv_threadpool *pool) QV_NOEXCEPT;
 
 /* ======================================================================
  * Hash tables and cache

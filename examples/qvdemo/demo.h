@@ -10,6 +10,7 @@ void demo_foundation(void);
 void demo_codecs(void);
 void demo_files(void);
 void demo_json(void);
+void demo_threads(void);
 /* @@demo declarations@@ */
 
 #endif

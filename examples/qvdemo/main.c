@@ -13,6 +13,7 @@ int main(void) {
     demo_codecs();
     demo_files();
     demo_json();
+    demo_threads();
     /* @@demo sections@@ */
     qv_uninit();
     printf("\nqvdemo: done\n");

@@ -9,9 +9,13 @@
 //
 // Locking: nothing is locked until qv_log_init_threaded. From then on the
 // macro sequence holds the macro mutex and qv_log/qv_log_raw hold the log
-// object's own mutex; qv_log_macro and the configuration calls take none.
-// Each line is written under the stream's lock, so lines from the two paths
-// never interleave within a line.
+// object's own mutex (made on first use, published atomically). A macro
+// message takes the target log's mutex too, inside the macro mutex, because
+// both paths format into the same scratch buffers; qv_log_macro and the
+// configuration calls take none. A sink callback must not log, as it runs
+// with these locks held and the buffers in use. Each line is written under
+// the stream's lock, so lines from the two paths never interleave.
+#include <atomic>
 #include <cstring>
 
 #include "internal/qvinternal.h"
@@ -287,17 +291,31 @@ int log_message(Log *qvlog, int level, const char *file, int line, int raw, cons
     return result != 0 ? -1 : 0;
 }
 
-// qv_log and qv_log_raw: in threaded mode the log's own mutex, made on first use.
-int log_locked(Log *qvlog, int level, int raw, const char *format, va_list ap) noexcept {
-    qvlog = resolve(qvlog);
-    if (qvlog == nullptr) return -1;
-    if (g_log != nullptr && g_log->macromutex != nullptr && qvlog->mutex == nullptr) {
-        qvlog->mutex = qv_mutex_create();
-        if (qvlog->mutex == nullptr) return -1;
+// The log object's own mutex: made on first use in threaded mode, where two
+// threads may race to make it, so it is published with a compare-and-swap.
+// Null outside threaded mode; false when it could not be made.
+bool object_mutex(Log *qvlog, qv_mutex **out) noexcept {
+    std::atomic_ref<qv_mutex *> slot(qvlog->mutex);
+    qv_mutex *m = slot.load(std::memory_order_acquire);
+    if (m == nullptr && g_log != nullptr && g_log->macromutex != nullptr) {
+        qv_mutex *made = qv_mutex_create();
+        if (made == nullptr) return false;
+        if (slot.compare_exchange_strong(m, made, std::memory_order_acq_rel))
+            m = made;
+        else
+            qv_mutex_destroy(made);
     }
-    qv_mutex *m = qvlog->mutex;
+    *out = m;
+    return true;
+}
+
+// Formats and emits under the log object's mutex, if it has one.
+int log_locked(Log *qvlog, int level, const char *file, int line, int raw, const char *format,
+               va_list ap) noexcept {
+    qv_mutex *m = nullptr;
+    if (!object_mutex(qvlog, &m)) return -1;
     if (m != nullptr) qv_mutex_lock(m);
-    int result = log_message(qvlog, level, nullptr, 0, raw, format, ap);
+    int result = log_message(qvlog, level, file, line, raw, format, ap);
     if (m != nullptr) qv_mutex_unlock(m);
     return result;
 }
@@ -372,7 +390,9 @@ QV_API void qv_log_destroy(Log *qvlog) noexcept {
 QV_API int qv_log(Log *qvlog, int level, const char *format, ...) noexcept {
     va_list ap;
     va_start(ap, format);
-    int r = log_locked(qvlog, level, 0, format, ap);
+    int r = -1;
+    qvlog = resolve(qvlog);
+    if (qvlog != nullptr) r = log_locked(qvlog, level, nullptr, 0, 0, format, ap);
     va_end(ap);
     return r;
 }
@@ -380,7 +400,9 @@ QV_API int qv_log(Log *qvlog, int level, const char *format, ...) noexcept {
 QV_API int qv_log_raw(Log *qvlog, int level, const char *format, ...) noexcept {
     va_list ap;
     va_start(ap, format);
-    int r = log_locked(qvlog, level, 1, format, ap);
+    int r = -1;
+    qvlog = resolve(qvlog);
+    if (qvlog != nullptr) r = log_locked(qvlog, level, nullptr, 0, 1, format, ap);
     va_end(ap);
     return r;
 }
@@ -420,7 +442,7 @@ QV_API int qv_log_macro_format(const char *format, ...) noexcept {
     QV_ASSERT(file != NULL);
     va_list ap;
     va_start(ap, format);
-    int r = log_message(qvlog, g_log->level, file, g_log->line, 0, format, ap);
+    int r = log_locked(qvlog, g_log->level, file, g_log->line, 0, format, ap);
     va_end(ap);
     return r;
 }
