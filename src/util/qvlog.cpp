@@ -65,7 +65,7 @@ struct LogGlobal {
     int line;
 };
 
-LogGlobal *g_log = nullptr;
+LogGlobal *qv_log_global = nullptr;
 
 constexpr const char *kDefaultLogFile = "qvdefault.log";
 
@@ -78,7 +78,7 @@ void set_defaults(Log *l) noexcept {
 }
 
 bool global_init() noexcept {
-    if (g_log != nullptr) return true;
+    if (qv_log_global != nullptr) return true;
     LogGlobal *g = static_cast<LogGlobal *>(qv_cmalloc(sizeof(LogGlobal)));
     if (g == nullptr) return false;
     g->defaultlog = qv_log_create();
@@ -86,7 +86,7 @@ bool global_init() noexcept {
         qv_free(g);
         return false;
     }
-    g_log = g;
+    qv_log_global = g;
     return true;
 }
 
@@ -94,8 +94,8 @@ bool global_init() noexcept {
 Log *resolve(Log *qvlog) noexcept {
     if (qvlog != nullptr) return qvlog;
     if (!global_init()) return nullptr;
-    QV_ASSERT(g_log->defaultlog != NULL);
-    return g_log->defaultlog;
+    QV_ASSERT(qv_log_global->defaultlog != NULL);
+    return qv_log_global->defaultlog;
 }
 
 // Broken-down local time, computed at most once per message and reused while
@@ -297,7 +297,7 @@ int log_message(Log *qvlog, int level, const char *file, int line, int raw, cons
 bool object_mutex(Log *qvlog, qv_mutex **out) noexcept {
     std::atomic_ref<qv_mutex *> slot(qvlog->mutex);
     qv_mutex *m = slot.load(std::memory_order_acquire);
-    if (m == nullptr && g_log != nullptr && g_log->macromutex != nullptr) {
+    if (m == nullptr && qv_log_global != nullptr && qv_log_global->macromutex != nullptr) {
         qv_mutex *made = qv_mutex_create();
         if (made == nullptr) return false;
         if (slot.compare_exchange_strong(m, made, std::memory_order_acq_rel))
@@ -333,7 +333,7 @@ namespace qv {
 
 void log_reserve_buffers(size_t size) noexcept {
     if (!global_init()) return;
-    Log *l = g_log->defaultlog;
+    Log *l = qv_log_global->defaultlog;
     auto grow = [size](char **buf, size_t *len) {
         if (*len >= size) return;
         char *b = static_cast<char *>(qv_malloc(size));
@@ -354,17 +354,17 @@ QV_API int qv_log_init(void) noexcept { return global_init() ? 0 : -1; }
 
 QV_API int qv_log_init_threaded(void) noexcept {
     int result = qv_log_init();
-    if (g_log != nullptr && g_log->macromutex == nullptr) {
-        g_log->macromutex = qv_mutex_create();
-        if (g_log->macromutex == nullptr) return -1;
+    if (qv_log_global != nullptr && qv_log_global->macromutex == nullptr) {
+        qv_log_global->macromutex = qv_mutex_create();
+        if (qv_log_global->macromutex == nullptr) return -1;
     }
     return result;
 }
 
 QV_API void qv_log_uninit(void) noexcept {
-    LogGlobal *g = g_log;
+    LogGlobal *g = qv_log_global;
     if (g == nullptr) return;
-    g_log = nullptr;
+    qv_log_global = nullptr;
     if (g->macromutex != nullptr) qv_mutex_destroy(g->macromutex);
     qv_log_destroy(g->defaultlog);
     qv_free(g);
@@ -420,29 +420,29 @@ QV_API int qv_log_macro(Log *qvlog, int level, const char *file, int line, const
 }
 
 QV_API void qv_log_macro_mutex_lock(void) noexcept {
-    if (g_log != nullptr && g_log->macromutex != nullptr) qv_mutex_lock(g_log->macromutex);
+    if (qv_log_global != nullptr && qv_log_global->macromutex != nullptr) qv_mutex_lock(qv_log_global->macromutex);
 }
 
 QV_API void qv_log_macro_mutex_unlock(void) noexcept {
-    if (g_log != nullptr && g_log->macromutex != nullptr) qv_mutex_unlock(g_log->macromutex);
+    if (qv_log_global != nullptr && qv_log_global->macromutex != nullptr) qv_mutex_unlock(qv_log_global->macromutex);
 }
 
 QV_API void qv_log_macro_set_values(Log *qvlog, int level, const char *file, int line) noexcept {
     if (!global_init()) return;
-    g_log->target = qvlog;
-    g_log->level = level;
-    g_log->file = file;
-    g_log->line = line;
+    qv_log_global->target = qvlog;
+    qv_log_global->level = level;
+    qv_log_global->file = file;
+    qv_log_global->line = line;
 }
 
 QV_API int qv_log_macro_format(const char *format, ...) noexcept {
     if (!global_init()) return -1;
-    Log *qvlog = resolve(g_log->target);
-    const char *file = g_log->file;
+    Log *qvlog = resolve(qv_log_global->target);
+    const char *file = qv_log_global->file;
     QV_ASSERT(file != NULL);
     va_list ap;
     va_start(ap, format);
-    int r = log_locked(qvlog, g_log->level, file, g_log->line, 0, format, ap);
+    int r = log_locked(qvlog, qv_log_global->level, file, qv_log_global->line, 0, format, ap);
     va_end(ap);
     return r;
 }
