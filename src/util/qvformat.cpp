@@ -40,7 +40,14 @@ int lookup(const char *name, va_list pairs, const char **value) noexcept {
         if (v == nullptr) {
             // The null value itself is the argument, on purpose: the name is
             // not what this line reports.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-overflow"
+#endif
             QV_LOG(6, "value given for '%s' was NULL", v);
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
             rc = QV_ERROR_INVALID_ARGUMENT;
             break;
         }

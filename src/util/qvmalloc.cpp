@@ -7,6 +7,7 @@
 // racing on "unknown" reach the same verdict; the message may then print
 // twice, which is accepted rather than paying for a lock on every allocation.
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -93,7 +94,10 @@ QV_API void *qv_malloc(size_t size) noexcept {
 
 QV_API void *qv_calloc(size_t count, size_t size) noexcept {
     if (failmode_check() || inject()) return nullptr;
-    return track(calloc(count, size));  // calloc itself rejects an overflowing product
+    // Checked here rather than left to calloc, so every heap (and every
+    // sanitizer's) gives the same answer.
+    if (size != 0 && count > SIZE_MAX / size) return nullptr;
+    return track(calloc(count, size));
 }
 
 QV_API void *qv_cmalloc(size_t size) noexcept {

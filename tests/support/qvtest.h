@@ -51,6 +51,12 @@ bool fault_injection_available();
 // not compiled in.
 void alloc_failure_sweep(const std::function<void(unsigned long failing)> &scenario);
 
+// The exact assertion line a failed QV_ASSERT(expr) writes, as a death-test
+// regex: "<file>:<line>: Assertion `<expr>' failed." The line is found in the
+// source file (relative to the source tree); nth picks among several equal
+// assertions in that file, counting from 1.
+std::string assert_regex(const std::string &file, const std::string &expr, int nth = 1);
+
 // Reads a whole file into a string ("" if it cannot be read).
 std::string read_file(const std::string &path);
 
