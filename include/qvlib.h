@@ -457,6 +457,33 @@ QV_API void qv_stringhash_clear(qv_stringhash *qvstringhash) QV_NOEXCEPT;
 /* Destroys every entry and the table. */
 QV_API void qv_stringhash_destroy(qv_stringhash *stringhash) QV_NOEXCEPT;
 
+/* --- The memory-limited cache ----------------------------------------------
+ * A qv_cache stores copies of byte blobs under string keys within a byte
+ * budget. Each item counts as strlen(key) + 24 + data size bytes. When a new
+ * item needs room, the oldest items (by time of storing; lookups do not
+ * refresh them) are evicted first. No locking. */
+
+typedef struct qv_cache qv_cache;
+
+/* A new empty cache with a budget of maxsize bytes, or NULL. */
+QV_API qv_cache *qv_cache_create(size_t maxsize) QV_NOEXCEPT;
+/* Stores a copy of key and of size bytes at data, replacing an item with the
+ * same key (the new item is the newest). Returns 0;
+ * QV_ERROR_OUT_OF_RANGE when the item is larger than the budget, when its size
+ * overflows, or when it could not be entered in the table (it is then not
+ * stored; older items may have been evicted);
+ * QV_ERROR_NO_MEMORY when the copies could not be made (nothing changed);
+ * QV_ERROR_INTERNAL when the cache ends up exactly full: the item is stored
+ * nevertheless, so keep items strictly below the budget. */
+QV_API int qv_cache_set(qv_cache *qvcache, const char *key, const void *data, size_t size) QV_NOEXCEPT;
+/* 0 with *data pointing into the cache (valid until the item is replaced or
+ * evicted) and *size (optional) set; QV_ERROR_NOT_FOUND with NULL and 0. */
+QV_API int qv_cache_get(qv_cache *qvcache, const char *key, const void **data, size_t *size) QV_NOEXCEPT;
+/* Sets a new budget, evicting the oldest items until the cache fits it. */
+QV_API void qv_cache_set_memory_limit(qv_cache *qvcache, size_t maxsize) QV_NOEXCEPT;
+/* Frees every item and the cache. */
+QV_API void qv_cache_destroy(qv_cache *qvcache) QV_NOEXCEPT;
+
 /* ======================================================================
  * JSON documents and INI files
  * ====================================================================== */

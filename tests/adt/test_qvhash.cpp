@@ -314,7 +314,6 @@ TEST(Hash, ModelBasedAgainstUnorderedMap) {
 
 TEST(Hash, AllocationFailuresNeverBreakTheTable) {
     qvtest::LogCapture log;
-    QV_LOG(99, "warm up the log's call-site prefix before counting blocks");
     qvtest::alloc_failure_sweep([&](unsigned long failing) {
         log.clear();
         Table t;

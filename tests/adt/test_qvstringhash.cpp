@@ -159,7 +159,6 @@ TEST(StringHash, ModelBasedAgainstMap) {
 
 TEST(StringHash, AllocationFailures) {
     qvtest::LogCapture log;
-    QV_LOG(99, "warm up the log's call-site prefix before counting blocks");
     qvtest::alloc_failure_sweep([&](unsigned long failing) {
         qv_stringhash *sh = qv_stringhash_create(nullptr, nullptr);
         if (sh == nullptr) {
