@@ -7,6 +7,7 @@
 void demo_heading(const char *title);
 
 void demo_foundation(void);
+void demo_hash(void);
 /* @@demo declarations@@ */
 
 #endif

@@ -8,6 +8,7 @@
 
 int main(void) {
     demo_foundation();
+    demo_hash();
     /* @@demo sections@@ */
     qv_uninit();
     printf("\nqvdemo: done\n");
