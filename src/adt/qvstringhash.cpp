@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "internal/qvhashfunc.h"
 #include "internal/qvinternal.h"
 
 namespace {
@@ -132,7 +133,7 @@ QV_API int qv_stringhash_add(qv_stringhash *stringhash, const char *key, void *v
     e->key = reinterpret_cast<char *>(e + 1);
     memcpy(e->key, key, keylen + 1);
     e->value = value;
-    e->hash = qv_hashfunc_string(key);
+    e->hash = qv::hash_string_n(key, keylen);
     qv_hash_add(stringhash->hash, e);
     return 0;
 }
