@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
@@ -31,14 +32,25 @@ struct KeySet {
     std::vector<const char *> misses;
 };
 
-// Random alphanumeric keys: "k" + 19 characters.
+// Random alphanumeric keys, "k" + 19 characters; with QV_BENCH_KEYS=sequential
+// in the environment, numbered ones ("k" + 19 decimal digits) instead, which
+// qv_hashfunc_string spreads less evenly.
 const KeySet &keyset() {
     static KeySet ks = [] {
         KeySet s;
         std::mt19937_64 rng(12345);
         static const char alphabet[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+        const char *mode = getenv("QV_BENCH_KEYS");
+        bool sequential = mode != nullptr && strcmp(mode, "sequential") == 0;
+        size_t counter = 0;
         auto make = [&](char first) {
             std::string k(kKeyLen, first);
+            if (sequential) {
+                std::string digits = std::to_string(counter++);
+                k.replace(kKeyLen - digits.size(), digits.size(), digits);
+                std::fill(k.begin() + 1, k.end() - static_cast<std::ptrdiff_t>(digits.size()), '0');
+                return k;
+            }
             for (size_t i = 1; i < kKeyLen; ++i) k[i] = alphabet[rng() % 62];
             return k;
         };
