@@ -95,22 +95,6 @@ TEST(Cache, MemoryLimitEvictsDownToTheNewBudget) {
     qv_cache_destroy(c);
 }
 
-TEST(Cache, BinaryDataAndTheGetPointerIsIntoTheCache) {
-    qv_cache *c = qv_cache_create(1 << 20);
-    const unsigned char blob[] = {0, 1, 2, 0, 255};
-    ASSERT_EQ(qv_cache_set(c, "blob", blob, sizeof blob), 0);
-    const void *p1 = nullptr, *p2 = nullptr;
-    size_t n = 0;
-    ASSERT_EQ(qv_cache_get(c, "blob", &p1, &n), 0);
-    ASSERT_EQ(qv_cache_get(c, "blob", &p2, nullptr), 0);
-    EXPECT_EQ(p1, p2);
-    EXPECT_NE(p1, static_cast<const void *>(blob));
-    ASSERT_EQ(n, sizeof blob);
-    EXPECT_EQ(memcmp(p1, blob, n), 0);
-    EXPECT_EQ(get(c, "Blob"), "<missing>");
-    qv_cache_destroy(c);
-}
-
 TEST(Cache, OverflowingSizesAreRefused) {
     qvtest::LogCapture log;
     qv_cache *c = qv_cache_create(SIZE_MAX);
