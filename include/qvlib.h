@@ -651,6 +651,74 @@ QV_API void qv_stringhash_clear(qv_stringhash *qvstringhash) QV_NOEXCEPT;
 /* Destroys every entry and the table. */
 QV_API void qv_stringhash_destroy(qv_stringhash *stringhash) QV_NOEXCEPT;
 
+/* --- The memory-limited cache ----------------------------------------------
+ * A qv_cache stores copies of byte blobs under string keys within a byte
+ * budget. Each item counts as strlen(key) + 24 + data size bytes. When a new
+ * item needs room, the oldest items (by time of storing; lookups do not
+ * refresh them) are evicted first. No locking. */
+
+typedef struct qv_cache qv_cache;
+
+/* A new empty cache with a budget of maxsize bytes, or NULL. */
+QV_API qv_cache *qv_cache_create(size_t maxsize) QV_NOEXCEPT;
+/* Stores a copy of key and of size bytes at data, replacing an item with the
+ * same key (the new item is the newest). Returns 0;
+ * QV_ERROR_OUT_OF_RANGE when the item is larger than the budget, when its size
+ * overflows, or when it could not be entered in the table (it is then not
+ * stored; older items may have been evicted);
+ * QV_ERROR_NO_MEMORY when the copies could not be made (nothing changed);
+ * QV_ERROR_INTERNAL when the cache ends up exactly full: the item is stored
+ * nevertheless, so keep items strictly below the budget. */
+QV_API int qv_cache_set(qv_cache *qvcache, const char *key, const void *data, size_t size) QV_NOEXCEPT;
+/* 0 with *data pointing into the cache (valid until the item is replaced or
+ * evicted) and *size (optional) set; QV_ERROR_NOT_FOUND with NULL and 0. */
+QV_API int qv_cache_get(qv_cache *qvcache, const char *key, const void **data, size_t *size) QV_NOEXCEPT;
+/* Sets a new budget, evicting the oldest items until the cache fits it. */
+QV_API void qv_cache_set_memory_limit(qv_cache *qvcache, size_t maxsize) QV_NOEXCEPT;
+/* Frees every item and the cache. */
+QV_API void qv_cache_destroy(qv_cache *qvcache) QV_NOEXCEPT;
+
+/* ======================================================================
+ * INI files
+ *
+ * A qv_inifile is a list of entries in file order, each a value under a key,
+ * optionally within a section. Lookups are case-sensitive and the first
+ * matching entry wins, so with repeated keys the first occurrence counts.
+ *
+ * Text accepted by qv_inifile_parse and qv_inifile_load, line by line (LF or
+ * CRLF; a leading UTF-8 byte order mark is skipped):
+ *   - blank lines are ignored;
+ *   - a line whose first non-blank character is ';' or '#' is a comment;
+ *   - "[name]" starts section name (the name trimmed, not empty, without
+ *     brackets inside); keys before the first section have no section;
+ *   - "key = value" stores an entry: key and value are trimmed of white
+ *     space, the key must not be empty, the value may be. The value is the
+ *     rest of the line: no quoting, no inline comments, no continuations.
+ * Anything else (and a zero byte) is a malformed line.
+ * ====================================================================== */
+
+typedef struct qv_inifile qv_inifile;
+
+/* A new empty object, or NULL. *error (optional) is QV_ERROR_NONE, or
+ * QV_ERROR_NO_MEMORY when NULL is returned. */
+QV_API qv_inifile *qv_inifile_create(int *error) QV_NOEXCEPT;
+/* The value of the first entry with this key and section, or NULL. A NULL
+ * section matches only entries outside every section. The pointer stays
+ * valid until the object is destroyed. */
+QV_API const char *qv_inifile_get(const qv_inifile *inifile, const char *section,
+                                  const char *key) QV_NOEXCEPT;
+/* Appends the entries of length bytes of INI text, in text order. Returns 0;
+ * QV_ERROR_INVALID_SYNTAX for a malformed line (the log names its number);
+ * QV_ERROR_NO_MEMORY. On failure the object is left as it was. */
+QV_API int qv_inifile_parse(qv_inifile *inifile, const char *buffer, size_t length) QV_NOEXCEPT;
+/* qv_inifile_parse over the contents of the named file. Also returns
+ * QV_ERROR_NOT_FOUND (no such file), QV_ERROR_PERMISSION_DENIED,
+ * QV_ERROR_NOT_DIRECTORY, QV_ERROR_NAME_TOO_LONG, QV_ERROR_SYMLINK_LOOP or
+ * QV_ERROR_IO when it cannot be read. */
+QV_API int qv_inifile_load(qv_inifile *inifile, const char *filename) QV_NOEXCEPT;
+/* Frees every entry and the object. */
+QV_API void qv_inifile_destroy(qv_inifile *qvinifile) QV_NOEXCEPT;
+
 /* ======================================================================
  * JSON documents and INI files
  * ====================================================================== */

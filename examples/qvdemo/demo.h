@@ -11,6 +11,7 @@ void demo_codecs(void);
 void demo_files(void);
 void demo_json(void);
 void demo_threads(void);
+void demo_hash(void);
 /* @@demo declarations@@ */
 
 #endif

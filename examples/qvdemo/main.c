@@ -14,6 +14,7 @@ int main(void) {
     demo_files();
     demo_json();
     demo_threads();
+    demo_hash();
     /* @@demo sections@@ */
     qv_uninit();
     printf("\nqvdemo: done\n");

@@ -271,7 +271,7 @@ void maybe_shrink(qv_hash *t) noexcept {
 // Destroys every item of one array, slot by slot, in chain order.
 void array_drain(qv_hash *t, HashArray *qvhasharray) noexcept {
     if (qvhasharray == nullptr) return;
-    for (uint32_t s = 0; s < qvhasharray->slotcount; ++s) {
+    for (uint32_t s = qvhasharray->scanfrom; s < qvhasharray->slotcount; ++s) {
         while (qv_hash_link *l = qvhasharray->slots[s].first) {
             chain_unlink(qvhasharray, s, l);
             t->destroycallback(item_of(t, l), t->context);

@@ -5,7 +5,11 @@
 // own copy of the key. The entry also remembers the key's hash, so migration
 // and enumeration never rehash a key, and comparisons reject most mismatches
 // without touching the key bytes. The hash is qv_hashfunc_string's, which
-// fixes the enumeration order.
+// fixes the enumeration order. A lookup searches with a Probe, an entry that
+// points at the caller's key instead of holding a copy; its link (which the
+// table never touches in a search item) carries the mark that tells the two
+// apart. Keeping the key pointer out of the entry keeps an entry with a
+// typical short key within one 64-byte allocation.
 //
 // The inner table's context is the object whose value destroy callback
 // entries are destroyed with: the object itself, or for a table made by
@@ -15,17 +19,32 @@
 #include <cstddef>
 #include <cstring>
 
+#include "internal/qvhashfunc.h"
 #include "internal/qvinternal.h"
 
 namespace {
 
 struct Entry {
-    char *key;
     void *value;
     qv_hash_link link;
     uint32_t hash;
     // The key bytes follow the record.
 };
+
+// A search key: an entry whose link.prev is the probe mark.
+struct Probe {
+    Entry entry;
+    const char *key;
+};
+
+const qv_hash_link kProbeMark = {nullptr, nullptr};
+
+inline char *stored_key(Entry *e) noexcept { return reinterpret_cast<char *>(e + 1); }
+
+inline const char *key_of(const Entry *e) noexcept {
+    if (e->link.prev == &kProbeMark) return reinterpret_cast<const Probe *>(e)->key;
+    return reinterpret_cast<const char *>(e + 1);
+}
 
 }  // namespace
 
@@ -49,8 +68,8 @@ int entry_compare(const void *stored, const void *search, void *) noexcept {
     const auto *a = static_cast<const Entry *>(stored);
     const auto *b = static_cast<const Entry *>(search);
     if (a->hash != b->hash) return a->hash < b->hash ? -1 : 1;
-    if (a->key == b->key) return 0;
-    int c = strcmp(a->key, b->key);
+    if (a == b) return 0;
+    int c = strcmp(key_of(a), key_of(b));
     return c < 0 ? -1 : (c > 0 ? 1 : 0);
 }
 
@@ -64,16 +83,17 @@ int entry_destroy(void *item, void *context) noexcept {
     return 0;
 }
 
-// An entry-shaped search key on the stack: only key and hash are read.
-Entry search_entry(const char *key) noexcept {
-    Entry e{};
-    e.key = const_cast<char *>(key);
-    e.hash = qv_hashfunc_string(key);
-    return e;
+// A search item on the stack for the caller's key.
+Probe probe_for(const char *key) noexcept {
+    Probe p{};
+    p.entry.link.prev = const_cast<qv_hash_link *>(&kProbeMark);
+    p.entry.hash = qv_hashfunc_string(key);
+    p.key = key;
+    return p;
 }
 
 void *report(Entry *e, const char **key, void **value) noexcept {
-    if (key != nullptr) *key = e != nullptr ? e->key : nullptr;
+    if (key != nullptr) *key = e != nullptr ? stored_key(e) : nullptr;
     if (value != nullptr) *value = e != nullptr ? e->value : nullptr;
     return e;
 }
@@ -129,10 +149,10 @@ QV_API int qv_stringhash_add(qv_stringhash *stringhash, const char *key, void *v
         QV_LOG(7, "not enough memory for stringhash item");
         return -1;
     }
-    e->key = reinterpret_cast<char *>(e + 1);
-    memcpy(e->key, key, keylen + 1);
+    memcpy(stored_key(e), key, keylen + 1);
+    e->link = {nullptr, nullptr};  // compared as a search item before it is linked
     e->value = value;
-    e->hash = qv_hashfunc_string(key);
+    e->hash = qv::hash_string_n(key, keylen);
     qv_hash_add(stringhash->hash, e);
     return 0;
 }
@@ -140,8 +160,8 @@ QV_API int qv_stringhash_add(qv_stringhash *stringhash, const char *key, void *v
 QV_API void *qv_stringhash_lookup(qv_stringhash *stringhash, const char *key) noexcept {
     QV_ASSERT(stringhash != NULL);
     QV_ASSERT(key != NULL);
-    Entry search = search_entry(key);
-    auto *e = static_cast<Entry *>(qv_hash_lookup(stringhash->hash, &search));
+    Probe probe = probe_for(key);
+    auto *e = static_cast<Entry *>(qv_hash_lookup(stringhash->hash, &probe.entry));
     return e != nullptr ? e->value : nullptr;
 }
 
@@ -150,8 +170,8 @@ QV_API int qv_stringhash_remove(qv_stringhash *stringhash, const char *key) noex
     QV_ASSERT(key != NULL);
     // The lookup leaves the entry in the insertion array, which is where
     // removal by address expects it.
-    Entry search = search_entry(key);
-    auto *e = static_cast<Entry *>(qv_hash_lookup(stringhash->hash, &search));
+    Probe probe = probe_for(key);
+    auto *e = static_cast<Entry *>(qv_hash_lookup(stringhash->hash, &probe.entry));
     if (e == nullptr) return -1;
     qv_hash_remove(stringhash->hash, e);
     entry_free(stringhash->binding, e);
