@@ -10,11 +10,11 @@ int main(void) {
     /* Line-buffered, so the library's stderr lines appear where they happen. */
     setvbuf(stdout, NULL, _IOLBF, 0);
     demo_foundation();
-    demo_codecs();
-    demo_files();
-    demo_json();
     demo_threads();
     demo_hash();
+    demo_json();
+    demo_codecs();
+    demo_files();
     /* @@demo sections@@ */
     qv_uninit();
     printf("\nqvdemo: done\n");
