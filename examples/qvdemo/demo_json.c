@@ -29,8 +29,7 @@ void demo_json(void) {
         printf("parsed: id=%d second language=%s score=%d\n", id, lang, score);
     }
     /* Bad input fails with one log line and leaves the document empty. */
-    qv_log_stderr_disable(NULL);
-    printf("parse of [1e5]: %d\n", qv_json_parse(doc, "[1e5]"));
-    qv_log_stderr_enable(NULL);
+    printf("parse of [1e5] (no exponents on input):\n");
+    printf("  result %d\n", qv_json_parse(doc, "[1e5]"));
     qv_json_destroy(doc);
 }
