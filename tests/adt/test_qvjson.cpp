@@ -223,45 +223,27 @@ TEST_F(JsonDoc, CopiesAreDeepAndMerge) {
     ASSERT_EQ(qv_json_fetch_node(j, &root, NULL), 0);
     ASSERT_EQ(qv_json_node_copy(j, root, src), 0);
     qv_json_destroy(src);  // nothing of the copy points into the source
-    const char *s;
-    double d;
-    int yes;
-    EXPECT_EQ(qv_json_fetch_string(j, &s, "c", NULL), 0);
-    EXPECT_STREQ(s, "d");
-    EXPECT_EQ(qv_json_fetch_string(j, &s, "a", "#", 1u, NULL), 0);
-    EXPECT_STREQ(s, "two");
-    EXPECT_EQ(qv_json_fetch_double(j, &d, "a", "#", 2u, "b", NULL), 0);
-    EXPECT_EQ(d, 2.5);
-    EXPECT_EQ(qv_json_fetch_boolean(j, &yes, "z", NULL), 0);
-
     // Within one document: an array into itself doubles, an object into itself stays.
-    qv_json_node *a;
+    qv_json_node *a, *obj;
     ASSERT_EQ(qv_json_fetch_node(j, &a, "a", NULL), 0);
     ASSERT_EQ(qv_json_node_copy_node(j, a, j, a), 0);
-    qv_json_node *obj;
     ASSERT_EQ(qv_json_fetch_node(j, &obj, "a", "#", 2u, NULL), 0);
     ASSERT_EQ(qv_json_node_copy_node(j, obj, j, obj), 0);
-    qv_json *check = qv_json_create();
-    ASSERT_EQ(qv_json_parse(check, text_of(j).c_str()), 0);
-    qv_json_node *checkroot;
-    ASSERT_EQ(qv_json_fetch_node(check, &checkroot, NULL), 0);
+    // (Member order is the table's business: compare the array alone.)
+    qv_json *tmp = qv_json_create();
+    qv_json_node *r;
+    ASSERT_EQ(qv_json_node_set_array(tmp, NULL), 0);
+    ASSERT_EQ(qv_json_fetch_node(tmp, &r, NULL), 0);
     ASSERT_EQ(qv_json_fetch_node(j, &a, "a", NULL), 0);
-    qv_json_node *ca;
-    ASSERT_EQ(qv_json_fetch_node(check, &ca, "a", NULL), 0);
-    qv_json *want = qv_json_create();
-    ASSERT_EQ(qv_json_parse(want, "[1, \"two\", {\"b\": 2.5}, 1, \"two\", {\"b\": 2.5}]"), 0);
-    EXPECT_EQ(text_of(want), [&] {
-        qv_json *tmp = qv_json_create();
-        qv_json_node_set_array(tmp, NULL);
-        qv_json_node *r;
-        qv_json_fetch_node(tmp, &r, NULL);
-        qv_json_node_copy_node(tmp, r, check, ca);
-        std::string t = text_of(tmp);
-        qv_json_destroy(tmp);
-        return t;
-    }());
-    qv_json_destroy(want);
-    qv_json_destroy(check);
+    ASSERT_EQ(qv_json_node_copy_node(tmp, r, j, a), 0);
+    EXPECT_EQ(text_of(tmp), "[ 1, \"two\", { \"b\": 2.5 }, 1, \"two\", { \"b\": 2.5 } ]");
+    qv_json_destroy(tmp);
+    const char *s;
+    int yes = 0;
+    EXPECT_EQ(qv_json_fetch_string(j, &s, "c", NULL), 0);
+    EXPECT_STREQ(s, "d");
+    EXPECT_EQ(qv_json_fetch_boolean(j, &yes, "z", NULL), 0);
+    EXPECT_EQ(yes, 1);
 
     // A source document without a root copies nothing; types must match.
     qv_json *empty = qv_json_create();
@@ -272,28 +254,19 @@ TEST_F(JsonDoc, CopiesAreDeepAndMerge) {
     EXPECT_EQ(messages(log), std::vector<std::string>{"the node types do not match"});
 }
 
+#define DIES(call, file, expr) EXPECT_DEATH(call, "src/adt/" file ":[0-9]+: Assertion `" expr "' failed.")
 TEST(JsonDocDeathTest, PreconditionsAreAsserted) {
-    EXPECT_DEATH(qv_json_destroy(NULL), "src/adt/qvjson.cpp:[0-9]+: Assertion `qvjson != NULL' failed.");
-    EXPECT_DEATH(
-        {
-            qv_json *j = qv_json_create();
-            qv_json_node_set_object(j, NULL);
-            qv_json_node *root;
-            qv_json_fetch_node(j, &root, NULL);
-            qv_json_node *s = qv_json_node_object_add(j, root, "s");
-            qv_json_node_set_string(j, s, "x");
-            qv_json_node_copy_node(j, root, j, s);
-        },
-        "src/adt/qvjson.cpp:[0-9]+: Assertion `sourcenode->nodetype == QV_JSON_TYPE_OBJECT \\|\\| "
-        "sourcenode->nodetype == QV_JSON_TYPE_ARRAY' failed.");
-    EXPECT_DEATH(
-        {
-            qv_json *j = qv_json_create();
-            qv_json_fetch_int(j, NULL, NULL);
-        },
-        "src/adt/qvjson.cpp:[0-9]+: Assertion `valueptr != NULL' failed.");
-    EXPECT_DEATH(qv_json_output(qv_json_create()),
-                 "src/adt/qvjson_write.cpp:[0-9]+: Assertion `qvjson->root != NULL' failed.");
+    DIES(qv_json_destroy(NULL), "qvjson.cpp", "qvjson != NULL");
+    qv_json *j = qv_json_create();
+    DIES(qv_json_output(j), "qvjson_write.cpp", "qvjson->root != NULL");
+    DIES(qv_json_fetch_int(j, NULL, NULL), "qvjson.cpp", "valueptr != NULL");
+    qv_json_node *root, *s;
+    qv_json_node_set_object(j, NULL);
+    qv_json_fetch_node(j, &root, NULL);
+    qv_json_node_set_string(j, s = qv_json_node_object_add(j, root, "s"), "x");
+    DIES(qv_json_node_copy_node(j, root, j, s), "qvjson.cpp",
+         "sourcenode->nodetype == QV_JSON_TYPE_OBJECT \\|\\| sourcenode->nodetype == QV_JSON_TYPE_ARRAY");
+    qv_json_destroy(j);
 }
 
 // Building through the API, then copying: every allocation failing in turn
