@@ -17,7 +17,7 @@ namespace {
 // argv as the parser sees it: argv[0] is the program.
 class Args {
 public:
-    Args(std::initializer_list<const char *> list) : strings_(list.begin(), list.end()) {
+    Args(const std::vector<const char *> &list) : strings_(list.begin(), list.end()) {
         for (auto &s : strings_) ptrs_.push_back(s.data());
         ptrs_.push_back(nullptr);
     }
@@ -66,7 +66,7 @@ protected:
         return std::string(value) == "bad" ? QV_ERROR_PERMANENT_FAILURE : 0;
     }
     // The arguments stay alive with the test: string values point into them.
-    int parse(std::initializer_list<const char *> list) {
+    int parse(const std::vector<const char *> &list) {
         kept_.push_back(std::make_unique<Args>(list));
         return qv_getopt_parse(g_, kept_.back()->argc(), kept_.back()->argv());
     }
@@ -86,7 +86,7 @@ TEST_F(Getopt, WhereParsingStops) {
     EXPECT_EQ(qv_getopt_parse(g_, 0, none), 0);
     EXPECT_EQ(optind(), 1);
     // "--" ends the options (what follows is never looked at); no permutation.
-    const std::pair<std::initializer_list<const char *>, int> cases[] = {
+    const std::pair<std::vector<const char *>, int> cases[] = {
         {{"prog"}, 1}, {{"prog", "--", "-x"}, 2}, {{"prog", "file", "-v"}, 1}, {{"prog", "-"}, 2}};
     for (auto &[args, stop] : cases) {
         EXPECT_EQ(parse(args), 0);
@@ -135,7 +135,7 @@ TEST_F(Getopt, ShortGroupsTakeFollowingArguments) {
 
 TEST_F(Getopt, ErrorCodesAndLogLines) {
     qvtest::LogCapture log;
-    const std::pair<std::initializer_list<const char *>, Report> cases[] = {
+    const std::pair<std::vector<const char *>, Report> cases[] = {
         {{"prog", "--level"}, {QV_ERROR_INVALID_SYNTAX, "--level", "(null)"}},
         {{"prog", "--level=5x"}, {QV_ERROR_INVALID_ARGUMENT, "--level", "5x"}},
         {{"prog", "--level=3000000000"}, {QV_ERROR_OUT_OF_RANGE, "--level", "3000000000"}},
