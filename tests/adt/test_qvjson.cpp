@@ -5,6 +5,7 @@
 #include <cstring>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support/qvtest.h"
@@ -103,15 +104,11 @@ TEST_F(JsonDoc, IntFetchesAndTheTwoRoundingRules) {
         EXPECT_EQ(i, c.want) << c.key;
     }
     double d = 5;
-    EXPECT_EQ(qv_json_fetch_double(j, &d, "s3", NULL), -1);
-    EXPECT_EQ(d, 0.0);
-    EXPECT_EQ(qv_json_fetch_double(j, &d, "s4", NULL), 0);
-    EXPECT_EQ(d, 12.0);
-    EXPECT_EQ(qv_json_fetch_double(j, &d, "big", NULL), 0);
-    EXPECT_EQ(d, 3000000000.0);
-    EXPECT_EQ(qv_json_fetch_double(j, &d, "t", NULL), 0);
-    EXPECT_EQ(d, 1.0);
-    EXPECT_EQ(qv_json_fetch_double(j, &d, "n", NULL), -1);
+    for (auto [key, rc, want] : {std::tuple{"s3", -1, 0.0}, {"s4", 0, 12.0}, {"big", 0, 3000000000.0}, {"t", 0, 1.0},
+                                 {"n", -1, 0.0}}) {
+        EXPECT_EQ(qv_json_fetch_double(j, &d, key, NULL), rc) << key;
+        EXPECT_EQ(d, want) << key;
+    }
     EXPECT_EQ(qv_json_fetch_int64(j, &v, "n", NULL), -1);
     EXPECT_EQ(v, 0);
     // The node family starts from a given node.

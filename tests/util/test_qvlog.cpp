@@ -53,26 +53,17 @@ TEST_F(Log, TimestampIsLocalTime) {
     setenv("TZ", "UTC0", 1);
     tzset();
     time_t before = time(nullptr);
-    CaptureStderr();
-    qv_log(nullptr, 0, "tick");
-    std::string err = GetCapturedStderr();
-    time_t after = time(nullptr);
+    std::string err = err_of([] { qv_log(nullptr, 0, "tick"); });
     bool matched = false;
-    for (time_t t = before; t <= after; ++t) {
+    for (time_t t = before, after = time(nullptr); t <= after; ++t) {
         struct tm tm;
-        gmtime_r(&t, &tm);
         char want[64];
-        snprintf(want, sizeof want, "%04d-%02d-%02d %02d:%02d:%02d tick\n", tm.tm_year + 1900, tm.tm_mon + 1,
-                 tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec);
+        strftime(want, sizeof want, "%Y-%m-%d %H:%M:%S tick\n", gmtime_r(&t, &tm));
         matched = matched || err == want;
     }
-    EXPECT_TRUE(matched) << err;
-    if (oldtz) {
-        setenv("TZ", saved.c_str(), 1);
-    } else {
-        unsetenv("TZ");
-    }
+    oldtz ? setenv("TZ", saved.c_str(), 1) : unsetenv("TZ");
     tzset();
+    EXPECT_TRUE(matched) << err;
 }
 
 TEST_F(Log, ThresholdsLayoutsAndTheStdoutSink) {
