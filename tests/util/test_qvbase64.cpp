@@ -13,34 +13,15 @@ namespace {
 
 using codectest::bytes_of;
 
-std::string encode(const std::string &in) {
-    char *s = qv_base64_encode(in.data(), in.size());
-    EXPECT_NE(s, nullptr);
-    std::string out = s ? s : "<null>";
-    qv_free(s);
-    return out;
-}
+using codectest::Decoded;
 
-// Decodes and checks the result's shape: a buffer with a zero byte after the
-// content on success, NULL and 0 on failure.
-struct Decoded {
-    int rc;
-    std::string data;
-};
+std::string encode(const std::string &in) { return codectest::take(qv_base64_encode(in.data(), in.size())); }
+
 Decoded decode(const std::string &in) {
     void *buf = reinterpret_cast<void *>(1);
     size_t len = 12345;
     int rc = qv_base64_decode(&buf, &len, in.data(), in.size());
-    if (rc != QV_ERROR_NONE) {
-        EXPECT_EQ(buf, nullptr);
-        EXPECT_EQ(len, 0u);
-        return {rc, ""};
-    }
-    if (buf == nullptr) return {-1, ""};
-    EXPECT_EQ(static_cast<unsigned char *>(buf)[len], 0) << "missing zero byte after the result";
-    Decoded d{rc, bytes_of(buf, len)};
-    qv_free(buf);
-    return d;
+    return codectest::take_decoded(rc, buf, len);
 }
 
 using Pairs = std::initializer_list<std::pair<std::string, std::string>>;

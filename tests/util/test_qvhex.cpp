@@ -12,34 +12,15 @@ namespace {
 
 using codectest::bytes_of;
 
-std::string to_hex(const std::string &in) {
-    char *s = qv_bin2hex(in.data(), in.size());
-    EXPECT_NE(s, nullptr);
-    if (s == nullptr) return "<null>";
-    std::string out(s);
-    qv_free(s);
-    return out;
-}
+using Binary = codectest::Decoded;
 
-struct Binary {
-    int rc;
-    std::string data;
-};
+std::string to_hex(const std::string &in) { return codectest::take(qv_bin2hex(in.data(), in.size())); }
+
 Binary from_hex(const std::string &in) {
     void *buf = reinterpret_cast<void *>(1);
     size_t len = 999;
     int rc = qv_hex2bin(in.c_str(), &buf, &len);
-    if (rc != QV_ERROR_NONE) {
-        EXPECT_EQ(buf, nullptr);
-        EXPECT_EQ(len, 0u);
-        return {rc, ""};
-    }
-    EXPECT_NE(buf, nullptr);
-    if (buf == nullptr) return {-1, ""};
-    EXPECT_EQ(static_cast<unsigned char *>(buf)[len], 0) << "missing zero byte after the result";
-    Binary b{rc, bytes_of(buf, len)};
-    qv_free(buf);
-    return b;
+    return codectest::take_decoded(rc, buf, len);
 }
 
 TEST(Bin2Hex, LowerCaseHighNibbleFirst) {
