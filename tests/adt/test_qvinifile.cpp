@@ -23,12 +23,18 @@ struct Ini {
     }
 };
 
-TEST(IniFile, AFreshObjectFindsNothing) {
+TEST(IniFile, FreshObjectFindsNothingAndTheNullSectionIsItsOwn) {
     Ini f;
     EXPECT_EQ(f.get(nullptr, "key"), "<null>");
     EXPECT_EQ(f.get("section", "key"), "<null>");
     EXPECT_EQ(qv_inifile_parse(f.ini, nullptr, 0), 0);
     EXPECT_EQ(f.get(nullptr, ""), "<null>");
+    // The null section and a named one never match each other.
+    ASSERT_EQ(f.parse("a = outside\n[s]\nb = inside\n"), 0);
+    EXPECT_EQ(f.get(nullptr, "a"), "outside");
+    EXPECT_EQ(f.get("s", "a"), "<null>");
+    EXPECT_EQ(f.get("s", "b"), "inside");
+    EXPECT_EQ(f.get(nullptr, "b"), "<null>");
 }
 
 TEST(IniFile, SectionsCommentsBlankLinesAndTrimming) {
@@ -58,15 +64,6 @@ TEST(IniFile, SectionsCommentsBlankLinesAndTrimming) {
     EXPECT_EQ(f.get(nullptr, "; a comment"), "<null>");
     EXPECT_EQ(f.get(nullptr, "# another"), "<null>");
     EXPECT_EQ(f.get("server", "Host"), "<null>");       // case-sensitive keys
-}
-
-TEST(IniFile, NullSectionAndSectionNeverMatchEachOther) {
-    Ini f;
-    ASSERT_EQ(f.parse("a = outside\n[s]\nb = inside\n"), 0);
-    EXPECT_EQ(f.get(nullptr, "a"), "outside");
-    EXPECT_EQ(f.get("s", "a"), "<null>");
-    EXPECT_EQ(f.get("s", "b"), "inside");
-    EXPECT_EQ(f.get(nullptr, "b"), "<null>");
 }
 
 TEST(IniFile, FirstOccurrenceWinsAcrossParses) {

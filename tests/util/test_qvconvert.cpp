@@ -1,30 +1,22 @@
 // Conversions, limits, lifecycle entry points and the assertion rule.
 #include <climits>
 #include <cmath>
+#include <utility>
 
 #include "support/qvtest.h"
 
 namespace {
 
-TEST(Convert, RoundHalfAwayFromZero) {
-    EXPECT_EQ(qv_convert_i64_from_double_round(2.5), 3);
-    EXPECT_EQ(qv_convert_i64_from_double_round(-2.5), -3);
-    EXPECT_EQ(qv_convert_i64_from_double_round(2.4999), 2);
-    EXPECT_EQ(qv_convert_i64_from_double_round(-0.5), -1);
-    EXPECT_EQ(qv_convert_i64_from_double_round(0.49999999), 0);
-    EXPECT_EQ(qv_convert_i64_from_double_round(-0.0), 0);
-    EXPECT_EQ(qv_convert_i64_from_double_round(9007199254740993.0), 9007199254740992LL);
+TEST(Convert, RoundHalfAwayFromZeroOrTheMostNegativeValue) {
+    // Out of range and NaN give the most negative value.
+    const std::pair<double, int64_t> cases[] = {
+        {2.5, 3}, {-2.5, -3}, {2.4999, 2}, {-0.5, -1}, {0.49999999, 0}, {-0.0, 0},
+        {9007199254740993.0, 9007199254740992LL}, {1e300, INT64_MIN}, {-1e300, INT64_MIN},
+        {9223372036854775808.0, INT64_MIN}, {NAN, INT64_MIN}, {INFINITY, INT64_MIN},
+        {-9223372036854775808.0, INT64_MIN}};
+    for (auto [d, want] : cases) EXPECT_EQ(qv_convert_i64_from_double_round(d), want) << d;
     EXPECT_EQ(qv_convert_long_from_double_round(-7.5), -8L);
     EXPECT_EQ(qv_convert_long_from_double_round(7.49), 7L);
-}
-
-TEST(Convert, OutOfRangeAndNanGiveTheMostNegativeValue) {
-    EXPECT_EQ(qv_convert_i64_from_double_round(1e300), INT64_MIN);
-    EXPECT_EQ(qv_convert_i64_from_double_round(-1e300), INT64_MIN);
-    EXPECT_EQ(qv_convert_i64_from_double_round(9223372036854775808.0), INT64_MIN);
-    EXPECT_EQ(qv_convert_i64_from_double_round(NAN), INT64_MIN);
-    EXPECT_EQ(qv_convert_i64_from_double_round(INFINITY), INT64_MIN);
-    EXPECT_EQ(qv_convert_i64_from_double_round(-9223372036854775808.0), INT64_MIN);
     EXPECT_EQ(qv_convert_long_from_double_round(NAN), LONG_MIN);
     EXPECT_EQ(qv_convert_long_from_double_round(1e300), LONG_MIN);
 }

@@ -1,6 +1,8 @@
 // Bounded and allocating formatting and the named-variable template expander.
 #include <cstring>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include "support/qvtest.h"
 
@@ -66,59 +68,46 @@ TEST(Asprintf, AllocationFailureLeavesNullAndMinusOne) {
     });
 }
 
+// qv_format's result as a string ("<null>" for none), the pairs closed by NULL.
+template <class... A>
+std::string fmt(const char *tmpl, A... pairs) {
+    char *s = qv_format(tmpl, pairs..., static_cast<const char *>(nullptr));
+    std::string out = s ? s : "<null>";
+    qv_free(s);
+    return out;
+}
+
 TEST(Format, ExpandsVariablesAndLiteralPercents) {
-    char *s = qv_format("user %name% uses 100%% of %disk%", "name", "ann", "disk", "/data",
-                        static_cast<const char *>(nullptr));
-    ASSERT_NE(s, nullptr);
-    EXPECT_STREQ(s, "user ann uses 100% of /data");
-    qv_free(s);
-    s = qv_format("", static_cast<const char *>(nullptr));
-    ASSERT_NE(s, nullptr);
-    EXPECT_STREQ(s, "");
-    qv_free(s);
+    qvtest::LogCapture cap;
+    EXPECT_EQ(fmt("user %name% uses 100%% of %disk%", "name", "ann", "disk", "/data"), "user ann uses 100% of /data");
+    EXPECT_EQ(fmt(""), "");
     // Names are case-sensitive and the first matching pair wins.
-    s = qv_format("%a%%A%", "a", "1", "A", "2", "a", "3", static_cast<const char *>(nullptr));
-    EXPECT_STREQ(s, "12");
-    qv_free(s);
+    EXPECT_EQ(fmt("%a%%A%", "a", "1", "A", "2", "a", "3"), "12");
+    // A null value after the match is never looked at.
+    EXPECT_EQ(fmt("%a%", "a", "x", "b", static_cast<const char *>(nullptr)), "x");
+    EXPECT_TRUE(cap.lines().empty());
 }
 
 TEST(Format, MissingAndUnterminatedVariablesAreLoggedOnce) {
-    qvtest::LogCapture cap;
-    char *s = qv_format("%%%x%", static_cast<const char *>(nullptr));
-    ASSERT_NE(s, nullptr);
-    EXPECT_STREQ(s, "%");
-    qv_free(s);
-    EXPECT_EQ(cap.texts(), std::vector<std::string>{"no variable 'x' given for format string '%%%x%'"});
-    EXPECT_EQ(cap.lines()[0].level, 6);
-    cap.clear();
-    s = qv_format("50%", static_cast<const char *>(nullptr));
-    ASSERT_NE(s, nullptr);
-    EXPECT_STREQ(s, "50%");
-    qv_free(s);
-    EXPECT_EQ(cap.texts(), std::vector<std::string>{"unterminated variable '' in format string '50%'"});
-    cap.clear();
-    s = qv_format("a %b c", "b", "x", static_cast<const char *>(nullptr));
-    EXPECT_STREQ(s, "a %b c");
-    qv_free(s);
-    EXPECT_TRUE(cap.has(6, "unterminated variable 'b c' in format string 'a %b c'"));
+    const std::tuple<const char *, const char *, const char *> cases[] = {
+        {"%%%x%", "%", "no variable 'x' given for format string '%%%x%'"},
+        {"50%", "50%", "unterminated variable '' in format string '50%'"},
+        {"a %b c", "a %b c", "unterminated variable 'b c' in format string 'a %b c'"}};
+    for (auto [tmpl, out, message] : cases) {
+        qvtest::LogCapture cap;
+        EXPECT_EQ(fmt(tmpl, "b", "x"), out);
+        EXPECT_EQ(cap.texts(), std::vector<std::string>{message});
+        EXPECT_TRUE(cap.has(6, message));
+    }
 }
 
 TEST(Format, NullValueBeforeTheMatchFailsTheWholeCall) {
     qvtest::LogCapture cap;
-    char *s = qv_format("%a%", "b", static_cast<const char *>(nullptr), "a", "x",
-                        static_cast<const char *>(nullptr));
-    EXPECT_EQ(s, nullptr);
+    EXPECT_EQ(fmt("%a%", "b", static_cast<const char *>(nullptr), "a", "x"), "<null>");
     EXPECT_EQ(cap.texts(), (std::vector<std::string>{"value given for '(null)' was NULL",
                                                      "initial formatting returned error 22 (invalid argument)"}));
     EXPECT_EQ(cap.lines()[0].level, 6);
     EXPECT_EQ(cap.lines()[1].level, 6);
-    cap.clear();
-    // A null value after the match is never looked at.
-    s = qv_format("%a%", "a", "x", "b", static_cast<const char *>(nullptr),
-                  static_cast<const char *>(nullptr));
-    EXPECT_STREQ(s, "x");
-    qv_free(s);
-    EXPECT_TRUE(cap.lines().empty());
 }
 
 TEST(Format, AllocationFailures) {

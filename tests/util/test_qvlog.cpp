@@ -27,14 +27,24 @@ protected:
 
 const char kStamp[] = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2} ";
 
-TEST_F(Log, LibraryMessageLineOnStderrByDefault) {
+// What f writes to stderr.
+template <class F>
+std::string err_of(F f) {
     CaptureStderr();
+    f();
+    return GetCapturedStderr();
+}
+// A whole line: a time stamp, then tail (a regex).
+bool stamped(const std::string &out, const std::string &tail) {
+    return std::regex_match(out, std::regex(std::string("^") + kStamp + tail + "\n$"));
+}
+
+TEST_F(Log, LibraryMessageLineOnStderrByDefault) {
     int line = __LINE__ + 1;
-    QV_LOG(7, "unable to do %s, error %d (%s)", "it", 12, qv_error_string(12));
-    std::string err = GetCapturedStderr();
-    std::string want = std::string("^") + kStamp + "tests/util/test_qvlog\\.cpp:" + std::to_string(line) +
-                       "\\[7\\] unable to do it, error 12 \\(not enough memory\\)\n$";
-    EXPECT_TRUE(std::regex_match(err, std::regex(want))) << err;
+    std::string err = err_of([] { QV_LOG(7, "unable to do %s, error %d (%s)", "it", 12, qv_error_string(12)); });
+    EXPECT_TRUE(stamped(err, "tests/util/test_qvlog\\.cpp:" + std::to_string(line) +
+                                 "\\[7\\] unable to do it, error 12 \\(not enough memory\\)"))
+        << err;
 }
 
 TEST_F(Log, TimestampIsLocalTime) {
@@ -43,69 +53,49 @@ TEST_F(Log, TimestampIsLocalTime) {
     setenv("TZ", "UTC0", 1);
     tzset();
     time_t before = time(nullptr);
-    CaptureStderr();
-    qv_log(nullptr, 0, "tick");
-    std::string err = GetCapturedStderr();
-    time_t after = time(nullptr);
+    std::string err = err_of([] { qv_log(nullptr, 0, "tick"); });
     bool matched = false;
-    for (time_t t = before; t <= after; ++t) {
+    for (time_t t = before, after = time(nullptr); t <= after; ++t) {
         struct tm tm;
-        gmtime_r(&t, &tm);
         char want[64];
-        snprintf(want, sizeof want, "%04d-%02d-%02d %02d:%02d:%02d tick\n", tm.tm_year + 1900, tm.tm_mon + 1,
-                 tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec);
+        strftime(want, sizeof want, "%Y-%m-%d %H:%M:%S tick\n", gmtime_r(&t, &tm));
         matched = matched || err == want;
     }
-    EXPECT_TRUE(matched) << err;
-    if (oldtz) {
-        setenv("TZ", saved.c_str(), 1);
-    } else {
-        unsetenv("TZ");
-    }
+    oldtz ? setenv("TZ", saved.c_str(), 1) : unsetenv("TZ");
     tzset();
+    EXPECT_TRUE(matched) << err;
 }
 
-TEST_F(Log, ThresholdsFilterPerSink) {
-    CaptureStderr();
-    QV_LOG(13, "hidden");
-    EXPECT_EQ(GetCapturedStderr(), "");
+TEST_F(Log, ThresholdsLayoutsAndTheStdoutSink) {
+    EXPECT_EQ(err_of([] { QV_LOG(13, "hidden"); }), "");
     qv_log_stderr_set_level(nullptr, 13);
-    CaptureStderr();
-    QV_LOG(13, "shown");
-    EXPECT_NE(GetCapturedStderr().find("[13] shown\n"), std::string::npos);
+    EXPECT_NE(err_of([] { QV_LOG(13, "shown"); }).find("[13] shown\n"), std::string::npos);
     // Negative levels and levels past 16 compare as plain signed numbers.
-    CaptureStderr();
-    qv_log_raw(nullptr, -5, "negative");
-    qv_log_raw(nullptr, 14, "too high");
-    EXPECT_EQ(GetCapturedStderr(), "negative\n");
-}
+    EXPECT_EQ(err_of([] {
+                  EXPECT_EQ(qv_log_raw(nullptr, -5, "negative"), 0);
+                  qv_log_raw(nullptr, 14, "too high");
+              }),
+              "negative\n");
+    std::string err = err_of([] { EXPECT_EQ(qv_log(nullptr, 3, "direct %d", 5), 0); });
+    EXPECT_TRUE(stamped(err, "direct 5")) << err;
+    err = err_of([] { EXPECT_EQ(qv_log_macro(nullptr, 2, "some/file.c", 77, "m%s", "acro"), 0); });
+    EXPECT_TRUE(stamped(err, "some/file\\.c:77\\[2\\] macro")) << err;
 
-TEST_F(Log, RawAndDirectLayouts) {
-    CaptureStderr();
-    EXPECT_EQ(qv_log_raw(nullptr, 0, "x"), 0);
-    EXPECT_EQ(GetCapturedStderr(), "x\n");
-    CaptureStderr();
-    EXPECT_EQ(qv_log(nullptr, 3, "direct %d", 5), 0);
-    std::string err = GetCapturedStderr();
-    EXPECT_TRUE(std::regex_match(err, std::regex(std::string("^") + kStamp + "direct 5\n$")))
-        << err;
-    CaptureStderr();
-    EXPECT_EQ(qv_log_macro(nullptr, 2, "some/file.c", 77, "m%s", "acro"), 0);
-    err = GetCapturedStderr();
-    EXPECT_TRUE(
-        std::regex_match(err, std::regex(std::string("^") + kStamp + "some/file\\.c:77\\[2\\] macro\n$")))
-        << err;
-}
-
-TEST_F(Log, StdoutSink) {
+    qv_log_uninit();
     qv_log_stdout_enable(nullptr);
     qv_log_stderr_disable(nullptr);
     CaptureStdout();
-    CaptureStderr();
-    qv_log_raw(nullptr, 8, "to stdout");
-    qv_log_raw(nullptr, 9, "filtered");
+    EXPECT_EQ(err_of([] {
+                  qv_log_raw(nullptr, 8, "to stdout");
+                  qv_log_raw(nullptr, 9, "filtered");
+              }),
+              "");
     EXPECT_EQ(GetCapturedStdout(), "to stdout\n");
-    EXPECT_EQ(GetCapturedStderr(), "");
+    // Uninit brings back the defaults: stderr only, up to level 8.
+    qv_log_uninit();
+    EXPECT_EQ(err_of([] { qv_log_raw(nullptr, 8, "defaults again"); }), "defaults again\n");
+    qv_uninit();
+    EXPECT_EQ(err_of([] { qv_log_raw(nullptr, 9, "level 9 hidden"); }), "");
 }
 
 struct Calls {
@@ -123,34 +113,25 @@ int record(const char *msg, size_t len, int level, int64_t t, void *user) {
     return c->result;
 }
 
-TEST_F(Log, CallbackGetsTheBareMessage) {
+TEST_F(Log, CallbackGetsTheBareMessageAndMayFail) {
     Calls calls;
     qv_log_callback_set(nullptr, record, &calls);
-    CaptureStderr();
-    QV_LOG(5, "not yet");  // set but not enabled
-    qv_log_callback_enable(nullptr);
-    QV_LOG(5, "hello %d", 1);
-    qv_log_callback_set_level(nullptr, 4);
-    QV_LOG(5, "filtered");
-    GetCapturedStderr();
+    err_of([] {
+        QV_LOG(5, "not yet");  // set but not enabled
+        qv_log_callback_enable(nullptr);
+        QV_LOG(5, "hello %d", 1);
+        qv_log_callback_set_level(nullptr, 4);
+        QV_LOG(5, "filtered");
+    });
     ASSERT_EQ(calls.texts, std::vector<std::string>{"hello 1"});
     EXPECT_EQ(calls.levels[0], 5);
     EXPECT_LE(std::abs(calls.time - static_cast<int64_t>(time(nullptr))), 2);
-}
-
-TEST_F(Log, FailingCallbackDoesNotStopOtherSinks) {
-    Calls calls;
+    // A failing callback does not stop the other sinks.
     calls.result = 1;
-    qv_log_callback_set(nullptr, record, &calls);
-    qv_log_callback_enable(nullptr);
-    CaptureStderr();
-    EXPECT_EQ(qv_log_raw(nullptr, 1, "still printed"), -1);
-    EXPECT_EQ(GetCapturedStderr(), "still printed\n");
+    EXPECT_EQ(err_of([] { EXPECT_EQ(qv_log_raw(nullptr, 1, "still printed"), -1); }), "still printed\n");
     // Enabled without a function counts as a failure too.
     qv_log_callback_set(nullptr, nullptr, nullptr);
-    CaptureStderr();
-    EXPECT_EQ(qv_log_raw(nullptr, 1, "again"), -1);
-    EXPECT_EQ(GetCapturedStderr(), "again\n");
+    EXPECT_EQ(err_of([] { EXPECT_EQ(qv_log_raw(nullptr, 1, "again"), -1); }), "again\n");
     // A message no sink takes succeeds.
     EXPECT_EQ(qv_log_raw(nullptr, 99, "nobody"), 0);
 }
@@ -169,11 +150,8 @@ TEST_F(Log, LongMessagesGrowTheBufferAndArePrintedWhole) {
 }
 
 TEST_F(Log, SyslogMapRejectsLevelsOutsideTheRange) {
-    EXPECT_EQ(qv_log_syslog_map(nullptr, 17, 3), -1);
-    EXPECT_EQ(qv_log_syslog_map(nullptr, -1, 3), -1);
-    EXPECT_EQ(qv_log_syslog_map(nullptr, INT_MIN, 3), -1);
-    EXPECT_EQ(qv_log_syslog_map(nullptr, 16, 3), 0);
-    EXPECT_EQ(qv_log_syslog_map(nullptr, 0, 3), 0);
+    for (int level : {17, -1, INT_MIN}) EXPECT_EQ(qv_log_syslog_map(nullptr, level, 3), -1) << level;
+    for (int level : {16, 0}) EXPECT_EQ(qv_log_syslog_map(nullptr, level, 3), 0) << level;
 }
 
 class LogFile : public Log {
@@ -208,19 +186,15 @@ TEST_F(LogFile, OpenedLazilyAppendedAndCloseOnExec) {
     qv_log_raw(nullptr, 1, "two");
     EXPECT_EQ(qvtest::read_file(path), "one\ntwo\n");
     // Find the descriptor behind the stream and check it is not inherited.
-    bool found = false;
+    int found = 0;
     for (int fd = 3; fd < 1024; ++fd) {
-        char link[64], target[PATH_MAX];
+        char link[64], target[PATH_MAX] = {};
         snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
-        ssize_t n = readlink(link, target, sizeof target - 1);
-        if (n <= 0) continue;
-        target[n] = '\0';
-        if (path == target) {
-            found = true;
+        if (readlink(link, target, sizeof target - 1) > 0 && path == target && ++found) {
             EXPECT_TRUE(fcntl(fd, F_GETFD) & FD_CLOEXEC);
         }
     }
-    EXPECT_TRUE(found);
+    EXPECT_EQ(found, 1);
 }
 
 TEST_F(LogFile, UnopenableFileIsRetriedAndOtherSinksStillWork) {
@@ -229,13 +203,9 @@ TEST_F(LogFile, UnopenableFileIsRetriedAndOtherSinksStillWork) {
     qv_log_logfile_set_name(nullptr, file.c_str());
     qv_log_logfile_enable(nullptr);
     qv_log_stderr_enable(nullptr);
-    CaptureStderr();
-    EXPECT_EQ(qv_log_raw(nullptr, 0, "first"), -1);
-    EXPECT_EQ(GetCapturedStderr(), "first\n");
+    EXPECT_EQ(err_of([] { EXPECT_EQ(qv_log_raw(nullptr, 0, "first"), -1); }), "first\n");
     ASSERT_EQ(mkdir(sub.c_str(), 0700), 0);
-    CaptureStderr();
-    EXPECT_EQ(qv_log_raw(nullptr, 0, "second"), 0);
-    GetCapturedStderr();
+    EXPECT_EQ(err_of([] { EXPECT_EQ(qv_log_raw(nullptr, 0, "second"), 0); }), "second\n");
     EXPECT_EQ(qvtest::read_file(file), "second\n");
 }
 
@@ -254,19 +224,14 @@ TEST_F(LogFile, RecreateAfterRotation) {
     qv_log_raw(nullptr, 0, "new");
     EXPECT_EQ(qvtest::read_file(rotated), "old\nstill old\n");
     EXPECT_EQ(qvtest::read_file(path), "new\n");
-    qv_log_logfile_set_name(nullptr, (dir + "/missing/x").c_str());
-    EXPECT_EQ(qv_log_logfile_recreate(nullptr), -1);
-}
-
-TEST_F(LogFile, NewNameClosesTheOldFile) {
-    qv_log_logfile_set_name(nullptr, path.c_str());
-    qv_log_logfile_enable(nullptr);
-    qv_log_raw(nullptr, 0, "a");
+    // A new name closes the old file.
     std::string other = dir + "/other.log";
     qv_log_logfile_set_name(nullptr, other.c_str());
-    qv_log_raw(nullptr, 0, "b");
-    EXPECT_EQ(qvtest::read_file(path), "a\n");
-    EXPECT_EQ(qvtest::read_file(other), "b\n");
+    qv_log_raw(nullptr, 0, "other");
+    EXPECT_EQ(qvtest::read_file(path), "new\n");
+    EXPECT_EQ(qvtest::read_file(other), "other\n");
+    qv_log_logfile_set_name(nullptr, (dir + "/missing/x").c_str());
+    EXPECT_EQ(qv_log_logfile_recreate(nullptr), -1);
 }
 
 TEST_F(LogFile, AdoptedStreamAndOwnLogObjects) {
@@ -296,18 +261,6 @@ TEST_F(LogFile, DefaultFileNameInTheWorkingDirectory) {
     qv_log_uninit();
     EXPECT_EQ(qvtest::read_file(dir + "/qvdefault.log"), "default name\n");
     ASSERT_EQ(chdir(cwd), 0);
-}
-
-TEST_F(Log, UninitRestoresDefaults) {
-    qv_log_stderr_set_level(nullptr, 0);
-    qv_log_uninit();
-    CaptureStderr();
-    qv_log_raw(nullptr, 8, "defaults again");
-    EXPECT_EQ(GetCapturedStderr(), "defaults again\n");
-    qv_uninit();
-    CaptureStderr();
-    qv_log_raw(nullptr, 9, "level 9 hidden");
-    EXPECT_EQ(GetCapturedStderr(), "");
 }
 
 TEST_F(Log, AllocationFailures) {
@@ -348,12 +301,9 @@ TEST_F(Log, DroppedMessageLeavesTheNextOneWorking) {
     qv_log_uninit();
     qv_log_init();
     qv::fault::fail_at(1, false);
-    CaptureStderr();
-    EXPECT_EQ(qv_log_macro(nullptr, 0, "file.c", 1, "no prefix"), 0);
-    std::string err = GetCapturedStderr();
+    std::string err = err_of([] { EXPECT_EQ(qv_log_macro(nullptr, 0, "file.c", 1, "no prefix"), 0); });
     qv::fault::reset();
-    EXPECT_TRUE(std::regex_match(err, std::regex(std::string("^") + kStamp + "no prefix\n$")))
-        << err;
+    EXPECT_TRUE(stamped(err, "no prefix")) << err;
 #else
     GTEST_SKIP() << "built without the allocation fault injector";
 #endif

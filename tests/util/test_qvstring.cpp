@@ -1,6 +1,7 @@
 // Duplication, case folding, number conversion and the small string functions.
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "support/qvtest.h"
 
@@ -13,22 +14,16 @@ std::string take(char *s) {
     return r;
 }
 
-TEST(Strdup, CopiesAndBounds) {
-    EXPECT_EQ(take(qv_strdup("hello")), "hello");
-    EXPECT_EQ(take(qv_strndup("hello", 3)), "hel");
-    EXPECT_EQ(take(qv_strndup("hi", 10)), "hi");
-    EXPECT_EQ(take(qv_strndup("hi", 0)), "");
+TEST(Strdup, CopiesBoundsAndLowercase) {
     // Reads no further than the zero byte or n, whichever comes first.
     const char unterminated[3] = {'a', 'b', 'c'};
-    EXPECT_EQ(take(qv_strndup(unterminated, 3)), "abc");
-}
-
-TEST(Strdup, LowercaseTouchesOnlyAsciiCapitals) {
-    EXPECT_EQ(take(qv_strdup_lowercase("MiXeD 123 \xC4\xD6 Z[@")), "mixed 123 \xC4\xD6 z[@");
-    EXPECT_EQ(take(qv_strndup_lowercase("ABCDEF", 4)), "abcd");
-}
-
-TEST(Strdup, Memdup) {
+    const std::pair<char *, std::string> cases[] = {
+        {qv_strdup("hello"), "hello"}, {qv_strndup("hello", 3), "hel"}, {qv_strndup("hi", 10), "hi"},
+        {qv_strndup("hi", 0), ""}, {qv_strndup(unterminated, 3), "abc"},
+        // Only ASCII capitals are folded.
+        {qv_strdup_lowercase("MiXeD 123 \xC4\xD6 Z[@"), "mixed 123 \xC4\xD6 z[@"},
+        {qv_strndup_lowercase("ABCDEF", 4), "abcd"}};
+    for (auto &[got, want] : cases) EXPECT_EQ(take(got), want);
     const unsigned char bytes[] = {0, 1, 2, 0, 255};
     void *p = qv_memdup(bytes, sizeof bytes);
     ASSERT_NE(p, nullptr);
@@ -54,16 +49,6 @@ TEST(Strdup, AllocationFailuresReturnNull) {
         qv_free(d);
         qv_free(e);
     });
-}
-
-TEST(I64ToStr, Extremes) {
-    EXPECT_EQ(take(qv_i64tostr(0)), "0");
-    EXPECT_EQ(take(qv_i64tostr(-1)), "-1");
-    EXPECT_EQ(take(qv_i64tostr(10)), "10");
-    EXPECT_EQ(take(qv_i64tostr(INT64_MIN)), "-9223372036854775808");
-    EXPECT_EQ(take(qv_i64tostr(INT64_MAX)), "9223372036854775807");
-    for (int64_t v = 1; v < INT64_MAX / 10; v = v * 10 + 7)
-        EXPECT_EQ(take(qv_i64tostr(-v)), std::to_string(-v));
 }
 
 struct ParseCase {
@@ -102,17 +87,20 @@ TEST(StrToI64, CodesAndStoredValues) {
 }
 
 TEST(StrToI64, RoundTripsWithI64ToStr) {
+    EXPECT_EQ(take(qv_i64tostr(0)), "0");
+    EXPECT_EQ(take(qv_i64tostr(INT64_MIN)), "-9223372036854775808");
+    EXPECT_EQ(take(qv_i64tostr(INT64_MAX)), "9223372036854775807");
+    for (int64_t v = 1; v < INT64_MAX / 10; v = v * 10 + 7) EXPECT_EQ(take(qv_i64tostr(-v)), std::to_string(-v));
     uint64_t x = 0x9E3779B97F4A7C15ULL;
     for (int i = 0; i < 2000; ++i) {
         x ^= x << 13;
         x ^= x >> 7;
         x ^= x << 17;
-        int64_t v = static_cast<int64_t>(x) >> (i % 64);
-        char *s = qv_i64tostr(v);
-        int64_t back = 0;
-        EXPECT_EQ(qv_strtoi64(s, &back), QV_ERROR_NONE) << s;
+        int64_t v = static_cast<int64_t>(x) >> (i % 64), back = 0;
+        std::string s = take(qv_i64tostr(v));
+        EXPECT_EQ(s, std::to_string(v));
+        EXPECT_EQ(qv_strtoi64(s.c_str(), &back), QV_ERROR_NONE) << s;
         EXPECT_EQ(back, v);
-        qv_free(s);
     }
 }
 
