@@ -33,10 +33,15 @@
 // Chains keep insertion order (append at the tail); enumeration walks the
 // insertion array, then the main array, in slot order.
 //
+// The table carries its own minimum-size (5-slot) array inside its block, so
+// a fresh table is one allocation, and clear or a shrink back to the minimum
+// reuses it instead of allocating. Only larger arrays are allocated.
+//
 // No locking: a table belongs to one thread at a time.
 #include <cstddef>
 #include <cstdint>
 
+#include "internal/qvhashtable.h"
 #include "internal/qvinternal.h"
 #include "platform/qvplat_fatal.h"
 
@@ -63,6 +68,8 @@ struct HashArray {
     uint64_t modmagic;
 };
 
+constexpr uint32_t kMinSlots = 5;
+
 }  // namespace
 
 struct qv_hash {
@@ -76,11 +83,12 @@ struct qv_hash {
     qv_hash_destroy_fn destroycallback;
     size_t listoffset;
     void *context;
+    // The built-in minimum-size array, used whenever no other array is.
+    HashArray builtin;
+    SlotHead builtinslots[kMinSlots];
 };
 
 namespace {
-
-constexpr uint32_t kMinSlots = 5;
 
 // ---------------------------------------------------------------------------
 // Slot arrays and chains
@@ -98,8 +106,25 @@ inline uint32_t slot_index(const HashArray *a, uint32_t hash) noexcept {
 #endif
 }
 
-HashArray *array_create(uint32_t slotcount) noexcept {
+void array_setup(HashArray *a, uint32_t slotcount) noexcept {
+    a->slotcount = slotcount;
+    a->entries = 0;
+    a->scanfrom = slotcount;
+    a->modmagic = UINT64_MAX / slotcount + 1;
+}
+
+inline bool builtin_in_use(const qv_hash *t) noexcept {
+    const HashArray *b = &t->builtin;
+    return t->array == b || t->biggerarray == b || t->smallerarray == b;
+}
+
+HashArray *array_create(qv_hash *t, uint32_t slotcount) noexcept {
     QV_ASSERT(slotcount >= 5);
+    if (slotcount == kMinSlots && !builtin_in_use(t)) {
+        // Its slots are all empty: whatever used it last was drained.
+        array_setup(&t->builtin, slotcount);
+        return &t->builtin;
+    }
     auto *a = static_cast<HashArray *>(qv_cmalloc(sizeof(HashArray)));
     if (a == nullptr) {
         QV_LOG(7, "not enough memory for hash array structure");
@@ -112,14 +137,12 @@ HashArray *array_create(uint32_t slotcount) noexcept {
         qv_free(a);
         return nullptr;
     }
-    a->slotcount = slotcount;
-    a->scanfrom = slotcount;
-    a->modmagic = UINT64_MAX / slotcount + 1;
+    array_setup(a, slotcount);
     return a;
 }
 
-void array_free(HashArray *a) noexcept {
-    if (a == nullptr) return;
+void array_free(qv_hash *t, HashArray *a) noexcept {
+    if (a == nullptr || a == &t->builtin) return;
     qv_free(a->slots);
     qv_free(a);
 }
@@ -218,7 +241,7 @@ void finish_if_drained(qv_hash *t, HashArray *target) noexcept {
         QV_LOG(13, "replacing the main hash array with the bigger one");
     else
         QV_LOG(13, "replacing the main hash array with the smaller one");
-    array_free(t->array);
+    array_free(t, t->array);
     t->array = target;
     t->biggerarray = nullptr;
     t->smallerarray = nullptr;
@@ -249,7 +272,7 @@ void maybe_grow(qv_hash *t) noexcept {
     if (slots > (UINT32_MAX - 1) / 4) return;  // 4n + 1 would not fit
     uint32_t newslots = slots * 4 + 1;
     QV_LOG(13, "start growing hashtable to %lu slots", static_cast<unsigned long>(newslots));
-    t->biggerarray = array_create(newslots);
+    t->biggerarray = array_create(t, newslots);
     if (t->biggerarray == nullptr)
         QV_LOG(7, "not enough memory to grow the hashtable from %lu to %lu slots",
                static_cast<unsigned long>(slots), static_cast<unsigned long>(newslots));
@@ -262,7 +285,7 @@ void maybe_shrink(qv_hash *t) noexcept {
     uint32_t newslots = (slots - 1) / 4;
     if (newslots < t->minslots) newslots = t->minslots;
     QV_LOG(13, "start shrinking hashtable to %lu slots", static_cast<unsigned long>(newslots));
-    t->smallerarray = array_create(newslots);
+    t->smallerarray = array_create(t, newslots);
     if (t->smallerarray == nullptr)
         QV_LOG(7, "not enough memory to shrink the hashtable from %lu to %lu slots",
                static_cast<unsigned long>(slots), static_cast<unsigned long>(newslots));
@@ -283,6 +306,22 @@ void array_drain(qv_hash *t, HashArray *qvhasharray) noexcept {
     qvhasharray->scanfrom = qvhasharray->slotcount;
 }
 
+void table_setup(qv_hash *t, uint32_t minslots, size_t listoffset,
+                 qv_hash_calchash_fn calchashcallback, qv_hash_compare_fn comparecallback,
+                 qv_hash_destroy_fn destroycallback, void *context) noexcept {
+    QV_ASSERT(minslots == kMinSlots);
+    t->minslots = minslots;
+    t->calchashcallback = calchashcallback;
+    t->comparecallback = comparecallback;
+    t->destroycallback = destroycallback;
+    t->listoffset = listoffset;
+    t->context = context;
+    QV_LOG(13, "create an initial hash array of size %lu", static_cast<unsigned long>(minslots));
+    t->builtin.slots = t->builtinslots;
+    array_setup(&t->builtin, minslots);
+    t->array = &t->builtin;
+}
+
 qv_hash *table_create(uint32_t minslots, size_t listoffset, qv_hash_calchash_fn calchashcallback,
                       qv_hash_compare_fn comparecallback, qv_hash_destroy_fn destroycallback,
                       void *context, const char *nomemory) noexcept {
@@ -291,19 +330,21 @@ qv_hash *table_create(uint32_t minslots, size_t listoffset, qv_hash_calchash_fn 
         QV_LOG(7, "%s", nomemory);
         return nullptr;
     }
-    t->minslots = minslots;
-    t->calchashcallback = calchashcallback;
-    t->comparecallback = comparecallback;
-    t->destroycallback = destroycallback;
-    t->listoffset = listoffset;
-    t->context = context;
-    QV_LOG(13, "create an initial hash array of size %lu", static_cast<unsigned long>(minslots));
-    t->array = array_create(minslots);
-    if (t->array == nullptr) {
-        qv_free(t);
-        return nullptr;
-    }
+    table_setup(t, minslots, listoffset, calchashcallback, comparecallback, destroycallback, context);
     return t;
+}
+
+// Empties the table and releases every allocated array.
+void table_teardown(qv_hash *qvhash) noexcept {
+    // Emptying without clear's return to the minimum size: the arrays are
+    // about to go anyway, so there is nothing to allocate.
+    array_drain(qvhash, qvhash->biggerarray);
+    array_drain(qvhash, qvhash->smallerarray);
+    array_drain(qvhash, qvhash->array);
+    QV_ASSERT(qvhash->entries == 0);
+    array_free(qvhash, qvhash->smallerarray);
+    array_free(qvhash, qvhash->biggerarray);
+    array_free(qvhash, qvhash->array);
 }
 
 }  // namespace
@@ -333,15 +374,7 @@ QV_API qv_hash *qv_hash_create_from(const qv_hash *original) noexcept {
 
 QV_API void qv_hash_destroy(qv_hash *qvhash) noexcept {
     QV_ASSERT(qvhash != NULL);
-    // Emptying without clear's return to the minimum size: the arrays are
-    // about to go anyway, so there is nothing to allocate.
-    array_drain(qvhash, qvhash->biggerarray);
-    array_drain(qvhash, qvhash->smallerarray);
-    array_drain(qvhash, qvhash->array);
-    QV_ASSERT(qvhash->entries == 0);
-    array_free(qvhash->smallerarray);
-    array_free(qvhash->biggerarray);
-    array_free(qvhash->array);
+    table_teardown(qvhash);
     qv_free(qvhash);
 }
 
@@ -350,17 +383,17 @@ QV_API void qv_hash_clear(qv_hash *qvhash) noexcept {
     array_drain(qvhash, qvhash->biggerarray);
     array_drain(qvhash, qvhash->smallerarray);
     array_drain(qvhash, qvhash->array);
-    array_free(qvhash->biggerarray);
-    array_free(qvhash->smallerarray);
+    array_free(qvhash, qvhash->biggerarray);
+    array_free(qvhash, qvhash->smallerarray);
     qvhash->biggerarray = nullptr;
     qvhash->smallerarray = nullptr;
     if (qvhash->array->slotcount == qvhash->minslots) return;
-    HashArray *fresh = array_create(qvhash->minslots);
+    HashArray *fresh = array_create(qvhash, qvhash->minslots);
     if (fresh == nullptr) {
         QV_LOG(7, "not enough memory to return the hash array to the minimum size, keeping the current size");
         return;
     }
-    array_free(qvhash->array);
+    array_free(qvhash, qvhash->array);
     qvhash->array = fresh;
 }
 
@@ -469,3 +502,35 @@ QV_API void *qv_hash_enumerate_next(qv_hash *qvhash, void *item) noexcept {
 }
 
 }  // extern "C"
+
+namespace qv {
+
+size_t hash_storage_size() noexcept { return sizeof(qv_hash); }
+
+qv_hash *hash_init(void *storage, size_t listoffset, qv_hash_calchash_fn calchashcallback,
+                   qv_hash_compare_fn comparecallback, qv_hash_destroy_fn destroycallback,
+                   void *context) noexcept {
+    QV_ASSERT(calchashcallback != NULL);
+    QV_ASSERT(comparecallback != NULL);
+    QV_ASSERT(destroycallback != NULL);
+    auto *t = static_cast<qv_hash *>(storage);
+    *t = qv_hash{};
+    table_setup(t, kMinSlots, listoffset, calchashcallback, comparecallback, destroycallback, context);
+    return t;
+}
+
+qv_hash *hash_init_from(void *storage, const qv_hash *original) noexcept {
+    QV_ASSERT(original != NULL);
+    auto *t = static_cast<qv_hash *>(storage);
+    *t = qv_hash{};
+    table_setup(t, original->minslots, original->listoffset, original->calchashcallback,
+                original->comparecallback, original->destroycallback, original->context);
+    return t;
+}
+
+void hash_fini(qv_hash *qvhash) noexcept {
+    QV_ASSERT(qvhash != NULL);
+    table_teardown(qvhash);
+}
+
+}  // namespace qv

@@ -39,8 +39,19 @@ struct NodeChunk {
     qv_json_node nodes[1];
 };
 
+// Raw bytes for the parser's member entries, carved from growing chunks and
+// never returned one by one: a replaced or dropped member's bytes stay until
+// the tree goes, bounded by the size of the parsed text.
+struct ByteChunk {
+    ByteChunk *next;
+    size_t size;  // usable bytes after the header
+};
+
 struct Pool {
     NodeChunk *chunks = nullptr;
+    ByteChunk *bytechunks = nullptr;
+    char *bytes = nullptr;               // next free byte of the newest byte chunk
+    char *bytes_end = nullptr;
     qv_json_node *freelist = nullptr;
     qv_json_node *carve = nullptr;      // next never-used node of the newest chunk
     qv_json_node *carve_end = nullptr;
@@ -63,6 +74,9 @@ void node_destroy(qv_json *doc, qv_json_node *node) noexcept;
 // Releases the node's payload (string, elements, member table) but keeps the
 // node itself; it is left typed NONE.
 void node_clear(qv_json *doc, qv_json_node *node) noexcept;
+// n bytes (8-aligned, n a multiple of 8) that live until the tree is
+// dropped, or null (nothing logged).
+void *pool_bytes(qv_json *doc, size_t n) noexcept;
 // Destroys the whole tree; the pool's chunks are released with it.
 void drop_root(qv_json *doc) noexcept;
 // A new empty member table for doc, or null (nothing logged).

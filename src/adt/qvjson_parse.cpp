@@ -18,6 +18,7 @@
 #include <cstring>
 
 #include "adt/qvjson_impl.h"
+#include "internal/qvhashtable.h"
 
 using namespace qv::json;
 
@@ -447,7 +448,13 @@ bool enter_members(Parser *ps, qv_json_node *object, size_t base) noexcept {
             node_destroy(ps->doc, m->value);
             continue;
         }
-        if (qv_stringhash_add(object->u.hash, keys + m->keyoff, m->value) != 0) {
+        // The entry lives in the document's byte chunks: one carve instead
+        // of a heap block per member.
+        void *space = pool_bytes(ps->doc, qv::stringhash_entry_size(m->keylen));
+        if (space != nullptr) {
+            qv::stringhash_add_placed(object->u.hash, keys + m->keyoff, m->keylen, m->value, space);
+        } else {
+            QV_LOG(7, "not enough memory for stringhash item");
             QV_LOG(7, "not enough memory to add a value to the hashtable");
             ps->logged = true;
             node_destroy(ps->doc, m->value);
