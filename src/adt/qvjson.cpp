@@ -55,11 +55,13 @@ qv_json_node *node_alloc(qv_json *doc) noexcept {
     n->next = nullptr;
     n->u.children = nullptr;
     n->nodetype = QV_JSON_TYPE_NONE;
+    n->pooled = 0;
     return n;
 }
 
 void *pool_bytes(qv_json *doc, size_t n) noexcept {
     Pool &pool = doc->pool;
+    n = (n + 7) & ~static_cast<size_t>(7);
     if (static_cast<size_t>(pool.bytes_end - pool.bytes) < n) {
         size_t size = pool.bytechunks == nullptr ? kFirstByteChunk : pool.bytechunks->size * 2;
         if (size > kMaxByteChunk) size = kMaxByteChunk;
@@ -92,13 +94,14 @@ void node_clear(qv_json *doc, qv_json_node *node) noexcept {
         break;
     }
     case QV_JSON_TYPE_STRING:
-        qv_free(node->u.string);
+        if (node->pooled == 0) qv_free(node->u.string);
         break;
     default:
         break;
     }
     node->u.children = nullptr;
     node->nodetype = QV_JSON_TYPE_NONE;
+    node->pooled = 0;
 }
 
 void node_destroy(qv_json *doc, qv_json_node *node) noexcept {

@@ -26,6 +26,7 @@ namespace {
 
 constexpr unsigned kMaxDepth = 100;
 constexpr size_t kSortThreshold = 5;
+constexpr size_t kPooledStringMax = 512;  // longer strings get a block of their own
 
 struct Member {
     size_t keyoff;  // into Parser::keys; the key is NUL-terminated there
@@ -270,15 +271,19 @@ bool parse_string_value(Parser *ps, qv_json_node **out) noexcept {
     const char *src = direct != nullptr ? direct : ps->keys + off;
     if (direct == nullptr) ps->keys_len = off;  // the scratch copy is used up below
     if (len == SIZE_MAX) PARSE_FAIL(ps, 6, "not enough room for string terminator");
-    char *s = static_cast<char *>(qv_malloc(len + 1));
+    // Short texts share the document's byte chunks; a long one gets its own
+    // block so that it never leaves a chunk half used.
+    bool pooled = len < kPooledStringMax;
+    char *s = static_cast<char *>(pooled ? pool_bytes(ps->doc, len + 1) : qv_malloc(len + 1));
     if (s == nullptr) PARSE_FAIL(ps, 7, "not enough memory for decoded string");
     memcpy(s, src, len);
     s[len] = '\0';
     if (!new_node(ps, QV_JSON_TYPE_STRING, out)) {
-        qv_free(s);
+        if (!pooled) qv_free(s);
         return false;
     }
     (*out)->u.string = s;
+    (*out)->pooled = pooled ? 1 : 0;
     return true;
 }
 
