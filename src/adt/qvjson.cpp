@@ -21,9 +21,9 @@ namespace {
 // First chunk small (small documents stay small), later ones larger so that
 // a big document needs few blocks.
 constexpr size_t kFirstChunkNodes = 16;
-constexpr size_t kMaxChunkNodes = 4096;
+constexpr size_t kMaxChunkNodes = 1024;
 constexpr size_t kFirstByteChunk = 1024;
-constexpr size_t kMaxByteChunk = 64 * 1024;
+constexpr size_t kMaxByteChunk = 16 * 1024;
 
 void member_destroy(void *value, void *context) noexcept {
     node_destroy(static_cast<qv_json *>(context), static_cast<qv_json_node *>(value));
