@@ -33,6 +33,13 @@
 // Chains keep insertion order (append at the tail); enumeration walks the
 // insertion array, then the main array, in slot order.
 //
+// Beside the slot heads each array keeps one tag byte per slot: a tiny Bloom
+// filter of the hashes on that chain (one of eight bits per hash). A search
+// whose bit is clear knows the chain cannot hold its key without reading the
+// slot head or any item, so most misses touch one byte of a dense array.
+// Bits are set on append and cleared only when a chain becomes empty; a stale
+// bit merely sends a search down the chain as before.
+//
 // The table carries its own minimum-size (5-slot) array inside its block, so
 // a fresh table is one allocation, and clear or a shrink back to the minimum
 // reuses it instead of allocating. Only larger arrays are allocated.
@@ -59,6 +66,7 @@ struct SlotHead {
 struct HashArray {
     uint32_t slotcount;
     SlotHead *slots;
+    uint8_t *tags;  // slotcount tag bytes, right after the slot heads
     uint32_t entries;
     // No slot below this index holds an item. Migration always takes the
     // first item of the main array; without this bound, finding it would
@@ -86,6 +94,7 @@ struct qv_hash {
     // The built-in minimum-size array, used whenever no other array is.
     HashArray builtin;
     SlotHead builtinslots[kMinSlots];
+    uint8_t builtintags[kMinSlots];
 };
 
 namespace {
@@ -118,6 +127,12 @@ inline bool builtin_in_use(const qv_hash *t) noexcept {
     return t->array == b || t->biggerarray == b || t->smallerarray == b;
 }
 
+// The tag bit of a hash: taken from a multiplicative mix, so that it does not
+// follow from the slot (hash mod slotcount) the hash lands in.
+inline uint8_t tag_bit(uint32_t hash) noexcept {
+    return static_cast<uint8_t>(1u << ((hash * 0x9E3779B1u) >> 29));
+}
+
 HashArray *array_create(qv_hash *t, uint32_t slotcount) noexcept {
     QV_ASSERT(slotcount >= 5);
     if (slotcount == kMinSlots && !builtin_in_use(t)) {
@@ -130,13 +145,15 @@ HashArray *array_create(qv_hash *t, uint32_t slotcount) noexcept {
         QV_LOG(7, "not enough memory for hash array structure");
         return nullptr;
     }
-    a->slots = static_cast<SlotHead *>(qv_calloc(slotcount, sizeof(SlotHead)));
+    // One block for the slot heads and their tag bytes.
+    a->slots = static_cast<SlotHead *>(qv_calloc(slotcount, sizeof(SlotHead) + 1));
     if (a->slots == nullptr) {
         QV_LOG(7, "not enough memory for hash array slots (%lu bytes)",
                static_cast<unsigned long>(qv_sizet_multiply_and_limit(slotcount, sizeof(SlotHead))));
         qv_free(a);
         return nullptr;
     }
+    a->tags = reinterpret_cast<uint8_t *>(a->slots + slotcount);
     array_setup(a, slotcount);
     return a;
 }
@@ -147,7 +164,8 @@ void array_free(qv_hash *t, HashArray *a) noexcept {
     qv_free(a);
 }
 
-void chain_append(HashArray *a, uint32_t slot, qv_hash_link *link) noexcept {
+void chain_append(HashArray *a, uint32_t hash, qv_hash_link *link) noexcept {
+    uint32_t slot = slot_index(a, hash);
     SlotHead &head = a->slots[slot];
     link->next = nullptr;
     link->prev = head.last;
@@ -156,6 +174,7 @@ void chain_append(HashArray *a, uint32_t slot, qv_hash_link *link) noexcept {
     else
         head.first = link;
     head.last = link;
+    a->tags[slot] |= tag_bit(hash);
     a->entries++;
     if (slot < a->scanfrom) a->scanfrom = slot;
 }
@@ -172,6 +191,7 @@ void chain_unlink(HashArray *a, uint32_t slot, qv_hash_link *link) noexcept {
     else
         head.last = link->prev;
     link->next = link->prev = nullptr;
+    if (head.first == nullptr) a->tags[slot] = 0;
 }
 
 bool chain_holds(const HashArray *a, uint32_t slot, const qv_hash_link *link) noexcept {
@@ -218,7 +238,9 @@ inline HashArray *insertion_array(const qv_hash *qvhash) noexcept {
 // The first item of the chain for hash that compares equal to item.
 qv_hash_link *chain_find(const qv_hash *t, const HashArray *a, uint32_t hash,
                          const void *item) noexcept {
-    for (qv_hash_link *l = a->slots[slot_index(a, hash)].first; l != nullptr; l = l->next)
+    uint32_t slot = slot_index(a, hash);
+    if ((a->tags[slot] & tag_bit(hash)) == 0) return nullptr;
+    for (qv_hash_link *l = a->slots[slot].first; l != nullptr; l = l->next)
         if (t->comparecallback(item_of(t, l), item, t->context) == 0) return l;
     return nullptr;
 }
@@ -260,7 +282,7 @@ void migrate_step(qv_hash *t, HashArray *target) noexcept {
         QV_ASSERT(it == firstitem);
         chain_unlink(main, slot_index(main, hash), first);
         main->entries--;
-        chain_append(target, slot_index(target, hash), first);
+        chain_append(target, hash, first);
     }
     finish_if_drained(t, target);
 }
@@ -318,6 +340,7 @@ void table_setup(qv_hash *t, uint32_t minslots, size_t listoffset,
     t->context = context;
     QV_LOG(13, "create an initial hash array of size %lu", static_cast<unsigned long>(minslots));
     t->builtin.slots = t->builtinslots;
+    t->builtin.tags = t->builtintags;
     array_setup(&t->builtin, minslots);
     t->array = &t->builtin;
 }
@@ -408,7 +431,7 @@ QV_API void qv_hash_add(qv_hash *qvhash, void *item) noexcept {
     discard_equal(qvhash, qvhash->array, hash, item);
     if (resizing) discard_equal(qvhash, target, hash, item);
 
-    chain_append(target, slot_index(target, hash), link_of(qvhash, item));
+    chain_append(target, hash, link_of(qvhash, item));
     if (!resizing) maybe_grow(qvhash);
     qvhash->entries++;
     if (resizing) migrate_step(qvhash, target);
@@ -429,7 +452,7 @@ QV_API void *qv_hash_lookup(qv_hash *qvhash, const void *searchitem) noexcept {
     if (found == nullptr) return nullptr;
     chain_unlink(main, slot_index(main, hash), found);
     main->entries--;
-    chain_append(target, slot_index(target, hash), found);
+    chain_append(target, hash, found);
     finish_if_drained(qvhash, target);
     return item_of(qvhash, found);
 }
