@@ -63,18 +63,24 @@ struct SlotHead {
     qv_hash_link *last;
 };
 
+// Small fields first, so that the structure packs without holes: every
+// string table carries one of these in its block.
 struct HashArray {
     uint32_t slotcount;
-    SlotHead *slots;
-    uint8_t *tags;  // slotcount tag bytes, right after the slot heads
     uint32_t entries;
     // No slot below this index holds an item. Migration always takes the
     // first item of the main array; without this bound, finding it would
     // rescan the emptied prefix on every step and make a resize quadratic.
     uint32_t scanfrom;
+    // slotcount slot heads, directly followed by slotcount tag bytes.
+    SlotHead *slots;
     // Multiplier for reducing a hash modulo slotcount without a division.
     uint64_t modmagic;
 };
+
+inline uint8_t *tags_of(const HashArray *a) noexcept {
+    return reinterpret_cast<uint8_t *>(a->slots + a->slotcount);
+}
 
 constexpr uint32_t kMinSlots = 5;
 
@@ -82,10 +88,10 @@ constexpr uint32_t kMinSlots = 5;
 
 struct qv_hash {
     uint32_t minslots;
+    uint32_t entries;         // items in all arrays together
     HashArray *array;         // the main array, always present
     HashArray *biggerarray;   // growing into this, or null
     HashArray *smallerarray;  // shrinking into this, or null
-    uint32_t entries;         // items in all arrays together
     qv_hash_calchash_fn calchashcallback;
     qv_hash_compare_fn comparecallback;
     qv_hash_destroy_fn destroycallback;
@@ -94,8 +100,12 @@ struct qv_hash {
     // The built-in minimum-size array, used whenever no other array is.
     HashArray builtin;
     SlotHead builtinslots[kMinSlots];
-    uint8_t builtintags[kMinSlots];
+    uint8_t builtintags[kMinSlots];  // must follow the slots (see tags_of)
 };
+
+static_assert(offsetof(qv_hash, builtintags) ==
+                  offsetof(qv_hash, builtinslots) + kMinSlots * sizeof(SlotHead),
+              "the built-in tag bytes follow the built-in slot heads");
 
 namespace {
 
@@ -153,7 +163,6 @@ HashArray *array_create(qv_hash *t, uint32_t slotcount) noexcept {
         qv_free(a);
         return nullptr;
     }
-    a->tags = reinterpret_cast<uint8_t *>(a->slots + slotcount);
     array_setup(a, slotcount);
     return a;
 }
@@ -174,7 +183,7 @@ void chain_append(HashArray *a, uint32_t hash, qv_hash_link *link) noexcept {
     else
         head.first = link;
     head.last = link;
-    a->tags[slot] |= tag_bit(hash);
+    tags_of(a)[slot] |= tag_bit(hash);
     a->entries++;
     if (slot < a->scanfrom) a->scanfrom = slot;
 }
@@ -191,7 +200,7 @@ void chain_unlink(HashArray *a, uint32_t slot, qv_hash_link *link) noexcept {
     else
         head.last = link->prev;
     link->next = link->prev = nullptr;
-    if (head.first == nullptr) a->tags[slot] = 0;
+    if (head.first == nullptr) tags_of(a)[slot] = 0;
 }
 
 bool chain_holds(const HashArray *a, uint32_t slot, const qv_hash_link *link) noexcept {
@@ -239,7 +248,7 @@ inline HashArray *insertion_array(const qv_hash *qvhash) noexcept {
 qv_hash_link *chain_find(const qv_hash *t, const HashArray *a, uint32_t hash,
                          const void *item) noexcept {
     uint32_t slot = slot_index(a, hash);
-    if ((a->tags[slot] & tag_bit(hash)) == 0) return nullptr;
+    if ((tags_of(a)[slot] & tag_bit(hash)) == 0) return nullptr;
     for (qv_hash_link *l = a->slots[slot].first; l != nullptr; l = l->next)
         if (t->comparecallback(item_of(t, l), item, t->context) == 0) return l;
     return nullptr;
@@ -340,7 +349,6 @@ void table_setup(qv_hash *t, uint32_t minslots, size_t listoffset,
     t->context = context;
     QV_LOG(13, "create an initial hash array of size %lu", static_cast<unsigned long>(minslots));
     t->builtin.slots = t->builtinslots;
-    t->builtin.tags = t->builtintags;
     array_setup(&t->builtin, minslots);
     t->array = &t->builtin;
 }

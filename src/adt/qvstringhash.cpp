@@ -54,12 +54,20 @@ inline const char *key_of(const Entry *e) noexcept {
 }  // namespace
 
 struct qv_stringhash {
-    qv_hash *hash;
     qv_stringhash_destroy_fn destroycallback;
     void *context;
     // Whose destroy callback the entries go through (the inner context).
     const qv_stringhash *binding;
+    // The inner table follows in the same block.
 };
+
+namespace {
+
+inline qv_hash *table_of(const qv_stringhash *sh) noexcept {
+    return reinterpret_cast<qv_hash *>(const_cast<qv_stringhash *>(sh) + 1);
+}
+
+}  // namespace
 
 namespace {
 
@@ -108,7 +116,7 @@ void *report(Entry *e, const char **key, void **value) noexcept {
 
 namespace {
 
-static_assert(sizeof(qv_stringhash) % alignof(std::max_align_t) == 0,
+static_assert(sizeof(qv_stringhash) % alignof(void *) == 0 && alignof(uint64_t) <= alignof(void *),
               "the inner table follows the object and needs its alignment");
 
 // The object with room for its inner table behind it, or null (logged).
@@ -119,7 +127,6 @@ qv_stringhash *object_alloc() noexcept {
     return sh;
 }
 
-inline void *table_storage(qv_stringhash *sh) noexcept { return sh + 1; }
 
 }  // namespace
 
@@ -132,8 +139,7 @@ QV_API qv_stringhash *qv_stringhash_create(qv_stringhash_destroy_fn destroycallb
     sh->destroycallback = destroycallback;
     sh->context = context;
     sh->binding = sh;
-    sh->hash = qv::hash_init(table_storage(sh), offsetof(Entry, link), entry_hash, entry_compare,
-                             entry_destroy, sh);
+    qv::hash_init(table_of(sh), offsetof(Entry, link), entry_hash, entry_compare, entry_destroy, sh);
     return sh;
 }
 
@@ -146,7 +152,7 @@ QV_API qv_stringhash *qv_stringhash_create_from(const qv_stringhash *original) n
     // The inner table is copied verbatim, context included: entries stay
     // bound to the original's callback and context.
     sh->binding = original->binding;
-    sh->hash = qv::hash_init_from(table_storage(sh), original->hash);
+    qv::hash_init_from(table_of(sh), table_of(original));
     return sh;
 }
 
@@ -164,7 +170,7 @@ QV_API int qv_stringhash_add(qv_stringhash *stringhash, const char *key, void *v
     e->value = value;
     e->hash = qv::hash_string_n(key, keylen);
     e->placed = 0;
-    qv_hash_add(stringhash->hash, e);
+    qv_hash_add(table_of(stringhash), e);
     return 0;
 }
 
@@ -172,7 +178,7 @@ QV_API void *qv_stringhash_lookup(qv_stringhash *stringhash, const char *key) no
     QV_ASSERT(stringhash != NULL);
     QV_ASSERT(key != NULL);
     Probe probe = probe_for(key);
-    auto *e = static_cast<Entry *>(qv_hash_lookup(stringhash->hash, &probe.entry));
+    auto *e = static_cast<Entry *>(qv_hash_lookup(table_of(stringhash), &probe.entry));
     return e != nullptr ? e->value : nullptr;
 }
 
@@ -182,9 +188,9 @@ QV_API int qv_stringhash_remove(qv_stringhash *stringhash, const char *key) noex
     // The lookup leaves the entry in the insertion array, which is where
     // removal by address expects it.
     Probe probe = probe_for(key);
-    auto *e = static_cast<Entry *>(qv_hash_lookup(stringhash->hash, &probe.entry));
+    auto *e = static_cast<Entry *>(qv_hash_lookup(table_of(stringhash), &probe.entry));
     if (e == nullptr) return -1;
-    qv_hash_remove(stringhash->hash, e);
+    qv_hash_remove(table_of(stringhash), e);
     entry_free(stringhash->binding, e);
     return 0;
 }
@@ -192,25 +198,25 @@ QV_API int qv_stringhash_remove(qv_stringhash *stringhash, const char *key) noex
 QV_API void *qv_stringhash_enumerate_start(qv_stringhash *stringhash, const char **key,
                                            void **value) noexcept {
     QV_ASSERT(stringhash != NULL);
-    return report(static_cast<Entry *>(qv_hash_enumerate_start(stringhash->hash)), key, value);
+    return report(static_cast<Entry *>(qv_hash_enumerate_start(table_of(stringhash))), key, value);
 }
 
 QV_API void *qv_stringhash_enumerate_next(qv_stringhash *stringhash, void *prevstringhashitem,
                                           const char **key, void **value) noexcept {
     QV_ASSERT(stringhash != NULL);
     QV_ASSERT(prevstringhashitem != NULL);
-    return report(static_cast<Entry *>(qv_hash_enumerate_next(stringhash->hash, prevstringhashitem)),
+    return report(static_cast<Entry *>(qv_hash_enumerate_next(table_of(stringhash), prevstringhashitem)),
                   key, value);
 }
 
 QV_API void qv_stringhash_clear(qv_stringhash *qvstringhash) noexcept {
     QV_ASSERT(qvstringhash != NULL);
-    qv_hash_clear(qvstringhash->hash);
+    qv_hash_clear(table_of(qvstringhash));
 }
 
 QV_API void qv_stringhash_destroy(qv_stringhash *stringhash) noexcept {
     QV_ASSERT(stringhash != NULL);
-    qv::hash_fini(stringhash->hash);
+    qv::hash_fini(table_of(stringhash));
     qv_free(stringhash);
 }
 
@@ -233,7 +239,7 @@ void stringhash_add_placed(qv_stringhash *stringhash, const char *key, size_t ke
     e->value = value;
     e->hash = qv::hash_string_n(key, keylen);
     e->placed = 1;
-    qv_hash_add(stringhash->hash, e);
+    qv_hash_add(table_of(stringhash), e);
 }
 
 }  // namespace qv
