@@ -33,10 +33,22 @@
 // Chains keep insertion order (append at the tail); enumeration walks the
 // insertion array, then the main array, in slot order.
 //
+// Beside the slot heads each array keeps one tag byte per slot: a tiny Bloom
+// filter of the hashes on that chain (one of eight bits per hash). A search
+// whose bit is clear knows the chain cannot hold its key without reading the
+// slot head or any item, so most misses touch one byte of a dense array.
+// Bits are set on append and cleared only when a chain becomes empty; a stale
+// bit merely sends a search down the chain as before.
+//
+// The table carries its own minimum-size (5-slot) array inside its block, so
+// a fresh table is one allocation, and clear or a shrink back to the minimum
+// reuses it instead of allocating. Only larger arrays are allocated.
+//
 // No locking: a table belongs to one thread at a time.
 #include <cstddef>
 #include <cstdint>
 
+#include "internal/qvhashtable.h"
 #include "internal/qvinternal.h"
 #include "platform/qvplat_fatal.h"
 
@@ -51,36 +63,51 @@ struct SlotHead {
     qv_hash_link *last;
 };
 
+// Small fields first, so that the structure packs without holes: every
+// string table carries one of these in its block.
 struct HashArray {
     uint32_t slotcount;
-    SlotHead *slots;
     uint32_t entries;
     // No slot below this index holds an item. Migration always takes the
     // first item of the main array; without this bound, finding it would
     // rescan the emptied prefix on every step and make a resize quadratic.
     uint32_t scanfrom;
+    // slotcount slot heads, directly followed by slotcount tag bytes.
+    SlotHead *slots;
     // Multiplier for reducing a hash modulo slotcount without a division.
     uint64_t modmagic;
 };
+
+inline uint8_t *tags_of(const HashArray *a) noexcept {
+    return reinterpret_cast<uint8_t *>(a->slots + a->slotcount);
+}
+
+constexpr uint32_t kMinSlots = 5;
 
 }  // namespace
 
 struct qv_hash {
     uint32_t minslots;
+    uint32_t entries;         // items in all arrays together
     HashArray *array;         // the main array, always present
     HashArray *biggerarray;   // growing into this, or null
     HashArray *smallerarray;  // shrinking into this, or null
-    uint32_t entries;         // items in all arrays together
     qv_hash_calchash_fn calchashcallback;
     qv_hash_compare_fn comparecallback;
     qv_hash_destroy_fn destroycallback;
     size_t listoffset;
     void *context;
+    // The built-in minimum-size array, used whenever no other array is.
+    HashArray builtin;
+    SlotHead builtinslots[kMinSlots];
+    uint8_t builtintags[kMinSlots];  // must follow the slots (see tags_of)
 };
 
-namespace {
+static_assert(offsetof(qv_hash, builtintags) ==
+                  offsetof(qv_hash, builtinslots) + kMinSlots * sizeof(SlotHead),
+              "the built-in tag bytes follow the built-in slot heads");
 
-constexpr uint32_t kMinSlots = 5;
+namespace {
 
 // ---------------------------------------------------------------------------
 // Slot arrays and chains
@@ -98,33 +125,56 @@ inline uint32_t slot_index(const HashArray *a, uint32_t hash) noexcept {
 #endif
 }
 
-HashArray *array_create(uint32_t slotcount) noexcept {
+void array_setup(HashArray *a, uint32_t slotcount) noexcept {
+    a->slotcount = slotcount;
+    a->entries = 0;
+    a->scanfrom = slotcount;
+    a->modmagic = UINT64_MAX / slotcount + 1;
+}
+
+inline bool builtin_in_use(const qv_hash *t) noexcept {
+    const HashArray *b = &t->builtin;
+    return t->array == b || t->biggerarray == b || t->smallerarray == b;
+}
+
+// The tag bit of a hash: taken from a multiplicative mix, so that it does not
+// follow from the slot (hash mod slotcount) the hash lands in.
+inline uint8_t tag_bit(uint32_t hash) noexcept {
+    return static_cast<uint8_t>(1u << ((hash * 0x9E3779B1u) >> 29));
+}
+
+HashArray *array_create(qv_hash *t, uint32_t slotcount) noexcept {
     QV_ASSERT(slotcount >= 5);
+    if (slotcount == kMinSlots && !builtin_in_use(t)) {
+        // Its slots are all empty: whatever used it last was drained.
+        array_setup(&t->builtin, slotcount);
+        return &t->builtin;
+    }
     auto *a = static_cast<HashArray *>(qv_cmalloc(sizeof(HashArray)));
     if (a == nullptr) {
         QV_LOG(7, "not enough memory for hash array structure");
         return nullptr;
     }
-    a->slots = static_cast<SlotHead *>(qv_calloc(slotcount, sizeof(SlotHead)));
+    // One block for the slot heads and their tag bytes.
+    a->slots = static_cast<SlotHead *>(qv_calloc(slotcount, sizeof(SlotHead) + 1));
     if (a->slots == nullptr) {
         QV_LOG(7, "not enough memory for hash array slots (%lu bytes)",
                static_cast<unsigned long>(qv_sizet_multiply_and_limit(slotcount, sizeof(SlotHead))));
         qv_free(a);
         return nullptr;
     }
-    a->slotcount = slotcount;
-    a->scanfrom = slotcount;
-    a->modmagic = UINT64_MAX / slotcount + 1;
+    array_setup(a, slotcount);
     return a;
 }
 
-void array_free(HashArray *a) noexcept {
-    if (a == nullptr) return;
+void array_free(qv_hash *t, HashArray *a) noexcept {
+    if (a == nullptr || a == &t->builtin) return;
     qv_free(a->slots);
     qv_free(a);
 }
 
-void chain_append(HashArray *a, uint32_t slot, qv_hash_link *link) noexcept {
+void chain_append(HashArray *a, uint32_t hash, qv_hash_link *link) noexcept {
+    uint32_t slot = slot_index(a, hash);
     SlotHead &head = a->slots[slot];
     link->next = nullptr;
     link->prev = head.last;
@@ -133,6 +183,7 @@ void chain_append(HashArray *a, uint32_t slot, qv_hash_link *link) noexcept {
     else
         head.first = link;
     head.last = link;
+    tags_of(a)[slot] |= tag_bit(hash);
     a->entries++;
     if (slot < a->scanfrom) a->scanfrom = slot;
 }
@@ -149,6 +200,7 @@ void chain_unlink(HashArray *a, uint32_t slot, qv_hash_link *link) noexcept {
     else
         head.last = link->prev;
     link->next = link->prev = nullptr;
+    if (head.first == nullptr) tags_of(a)[slot] = 0;
 }
 
 bool chain_holds(const HashArray *a, uint32_t slot, const qv_hash_link *link) noexcept {
@@ -195,7 +247,9 @@ inline HashArray *insertion_array(const qv_hash *qvhash) noexcept {
 // The first item of the chain for hash that compares equal to item.
 qv_hash_link *chain_find(const qv_hash *t, const HashArray *a, uint32_t hash,
                          const void *item) noexcept {
-    for (qv_hash_link *l = a->slots[slot_index(a, hash)].first; l != nullptr; l = l->next)
+    uint32_t slot = slot_index(a, hash);
+    if ((tags_of(a)[slot] & tag_bit(hash)) == 0) return nullptr;
+    for (qv_hash_link *l = a->slots[slot].first; l != nullptr; l = l->next)
         if (t->comparecallback(item_of(t, l), item, t->context) == 0) return l;
     return nullptr;
 }
@@ -218,7 +272,7 @@ void finish_if_drained(qv_hash *t, HashArray *target) noexcept {
         QV_LOG(13, "replacing the main hash array with the bigger one");
     else
         QV_LOG(13, "replacing the main hash array with the smaller one");
-    array_free(t->array);
+    array_free(t, t->array);
     t->array = target;
     t->biggerarray = nullptr;
     t->smallerarray = nullptr;
@@ -237,7 +291,7 @@ void migrate_step(qv_hash *t, HashArray *target) noexcept {
         QV_ASSERT(it == firstitem);
         chain_unlink(main, slot_index(main, hash), first);
         main->entries--;
-        chain_append(target, slot_index(target, hash), first);
+        chain_append(target, hash, first);
     }
     finish_if_drained(t, target);
 }
@@ -249,7 +303,7 @@ void maybe_grow(qv_hash *t) noexcept {
     if (slots > (UINT32_MAX - 1) / 4) return;  // 4n + 1 would not fit
     uint32_t newslots = slots * 4 + 1;
     QV_LOG(13, "start growing hashtable to %lu slots", static_cast<unsigned long>(newslots));
-    t->biggerarray = array_create(newslots);
+    t->biggerarray = array_create(t, newslots);
     if (t->biggerarray == nullptr)
         QV_LOG(7, "not enough memory to grow the hashtable from %lu to %lu slots",
                static_cast<unsigned long>(slots), static_cast<unsigned long>(newslots));
@@ -262,7 +316,7 @@ void maybe_shrink(qv_hash *t) noexcept {
     uint32_t newslots = (slots - 1) / 4;
     if (newslots < t->minslots) newslots = t->minslots;
     QV_LOG(13, "start shrinking hashtable to %lu slots", static_cast<unsigned long>(newslots));
-    t->smallerarray = array_create(newslots);
+    t->smallerarray = array_create(t, newslots);
     if (t->smallerarray == nullptr)
         QV_LOG(7, "not enough memory to shrink the hashtable from %lu to %lu slots",
                static_cast<unsigned long>(slots), static_cast<unsigned long>(newslots));
@@ -283,6 +337,22 @@ void array_drain(qv_hash *t, HashArray *qvhasharray) noexcept {
     qvhasharray->scanfrom = qvhasharray->slotcount;
 }
 
+void table_setup(qv_hash *t, uint32_t minslots, size_t listoffset,
+                 qv_hash_calchash_fn calchashcallback, qv_hash_compare_fn comparecallback,
+                 qv_hash_destroy_fn destroycallback, void *context) noexcept {
+    QV_ASSERT(minslots == kMinSlots);
+    t->minslots = minslots;
+    t->calchashcallback = calchashcallback;
+    t->comparecallback = comparecallback;
+    t->destroycallback = destroycallback;
+    t->listoffset = listoffset;
+    t->context = context;
+    QV_LOG(13, "create an initial hash array of size %lu", static_cast<unsigned long>(minslots));
+    t->builtin.slots = t->builtinslots;
+    array_setup(&t->builtin, minslots);
+    t->array = &t->builtin;
+}
+
 qv_hash *table_create(uint32_t minslots, size_t listoffset, qv_hash_calchash_fn calchashcallback,
                       qv_hash_compare_fn comparecallback, qv_hash_destroy_fn destroycallback,
                       void *context, const char *nomemory) noexcept {
@@ -291,19 +361,21 @@ qv_hash *table_create(uint32_t minslots, size_t listoffset, qv_hash_calchash_fn 
         QV_LOG(7, "%s", nomemory);
         return nullptr;
     }
-    t->minslots = minslots;
-    t->calchashcallback = calchashcallback;
-    t->comparecallback = comparecallback;
-    t->destroycallback = destroycallback;
-    t->listoffset = listoffset;
-    t->context = context;
-    QV_LOG(13, "create an initial hash array of size %lu", static_cast<unsigned long>(minslots));
-    t->array = array_create(minslots);
-    if (t->array == nullptr) {
-        qv_free(t);
-        return nullptr;
-    }
+    table_setup(t, minslots, listoffset, calchashcallback, comparecallback, destroycallback, context);
     return t;
+}
+
+// Empties the table and releases every allocated array.
+void table_teardown(qv_hash *qvhash) noexcept {
+    // Emptying without clear's return to the minimum size: the arrays are
+    // about to go anyway, so there is nothing to allocate.
+    array_drain(qvhash, qvhash->biggerarray);
+    array_drain(qvhash, qvhash->smallerarray);
+    array_drain(qvhash, qvhash->array);
+    QV_ASSERT(qvhash->entries == 0);
+    array_free(qvhash, qvhash->smallerarray);
+    array_free(qvhash, qvhash->biggerarray);
+    array_free(qvhash, qvhash->array);
 }
 
 }  // namespace
@@ -333,15 +405,7 @@ QV_API qv_hash *qv_hash_create_from(const qv_hash *original) noexcept {
 
 QV_API void qv_hash_destroy(qv_hash *qvhash) noexcept {
     QV_ASSERT(qvhash != NULL);
-    // Emptying without clear's return to the minimum size: the arrays are
-    // about to go anyway, so there is nothing to allocate.
-    array_drain(qvhash, qvhash->biggerarray);
-    array_drain(qvhash, qvhash->smallerarray);
-    array_drain(qvhash, qvhash->array);
-    QV_ASSERT(qvhash->entries == 0);
-    array_free(qvhash->smallerarray);
-    array_free(qvhash->biggerarray);
-    array_free(qvhash->array);
+    table_teardown(qvhash);
     qv_free(qvhash);
 }
 
@@ -350,17 +414,17 @@ QV_API void qv_hash_clear(qv_hash *qvhash) noexcept {
     array_drain(qvhash, qvhash->biggerarray);
     array_drain(qvhash, qvhash->smallerarray);
     array_drain(qvhash, qvhash->array);
-    array_free(qvhash->biggerarray);
-    array_free(qvhash->smallerarray);
+    array_free(qvhash, qvhash->biggerarray);
+    array_free(qvhash, qvhash->smallerarray);
     qvhash->biggerarray = nullptr;
     qvhash->smallerarray = nullptr;
     if (qvhash->array->slotcount == qvhash->minslots) return;
-    HashArray *fresh = array_create(qvhash->minslots);
+    HashArray *fresh = array_create(qvhash, qvhash->minslots);
     if (fresh == nullptr) {
         QV_LOG(7, "not enough memory to return the hash array to the minimum size, keeping the current size");
         return;
     }
-    array_free(qvhash->array);
+    array_free(qvhash, qvhash->array);
     qvhash->array = fresh;
 }
 
@@ -375,7 +439,7 @@ QV_API void qv_hash_add(qv_hash *qvhash, void *item) noexcept {
     discard_equal(qvhash, qvhash->array, hash, item);
     if (resizing) discard_equal(qvhash, target, hash, item);
 
-    chain_append(target, slot_index(target, hash), link_of(qvhash, item));
+    chain_append(target, hash, link_of(qvhash, item));
     if (!resizing) maybe_grow(qvhash);
     qvhash->entries++;
     if (resizing) migrate_step(qvhash, target);
@@ -396,7 +460,7 @@ QV_API void *qv_hash_lookup(qv_hash *qvhash, const void *searchitem) noexcept {
     if (found == nullptr) return nullptr;
     chain_unlink(main, slot_index(main, hash), found);
     main->entries--;
-    chain_append(target, slot_index(target, hash), found);
+    chain_append(target, hash, found);
     finish_if_drained(qvhash, target);
     return item_of(qvhash, found);
 }
@@ -469,3 +533,35 @@ QV_API void *qv_hash_enumerate_next(qv_hash *qvhash, void *item) noexcept {
 }
 
 }  // extern "C"
+
+namespace qv {
+
+size_t hash_storage_size() noexcept { return sizeof(qv_hash); }
+
+qv_hash *hash_init(void *storage, size_t listoffset, qv_hash_calchash_fn calchashcallback,
+                   qv_hash_compare_fn comparecallback, qv_hash_destroy_fn destroycallback,
+                   void *context) noexcept {
+    QV_ASSERT(calchashcallback != NULL);
+    QV_ASSERT(comparecallback != NULL);
+    QV_ASSERT(destroycallback != NULL);
+    auto *t = static_cast<qv_hash *>(storage);
+    *t = qv_hash{};
+    table_setup(t, kMinSlots, listoffset, calchashcallback, comparecallback, destroycallback, context);
+    return t;
+}
+
+qv_hash *hash_init_from(void *storage, const qv_hash *original) noexcept {
+    QV_ASSERT(original != NULL);
+    auto *t = static_cast<qv_hash *>(storage);
+    *t = qv_hash{};
+    table_setup(t, original->minslots, original->listoffset, original->calchashcallback,
+                original->comparecallback, original->destroycallback, original->context);
+    return t;
+}
+
+void hash_fini(qv_hash *qvhash) noexcept {
+    QV_ASSERT(qvhash != NULL);
+    table_teardown(qvhash);
+}
+
+}  // namespace qv

@@ -21,7 +21,9 @@ namespace {
 // First chunk small (small documents stay small), later ones larger so that
 // a big document needs few blocks.
 constexpr size_t kFirstChunkNodes = 16;
-constexpr size_t kMaxChunkNodes = 4096;
+constexpr size_t kMaxChunkNodes = 1024;
+constexpr size_t kFirstByteChunk = 1024;
+constexpr size_t kMaxByteChunk = 16 * 1024;
 
 void member_destroy(void *value, void *context) noexcept {
     node_destroy(static_cast<qv_json *>(context), static_cast<qv_json_node *>(value));
@@ -53,7 +55,28 @@ qv_json_node *node_alloc(qv_json *doc) noexcept {
     n->next = nullptr;
     n->u.children = nullptr;
     n->nodetype = QV_JSON_TYPE_NONE;
+    n->pooled = 0;
     return n;
+}
+
+void *pool_bytes(qv_json *doc, size_t n) noexcept {
+    Pool &pool = doc->pool;
+    n = (n + 7) & ~static_cast<size_t>(7);
+    if (static_cast<size_t>(pool.bytes_end - pool.bytes) < n) {
+        size_t size = pool.bytechunks == nullptr ? kFirstByteChunk : pool.bytechunks->size * 2;
+        if (size > kMaxByteChunk) size = kMaxByteChunk;
+        if (size < n) size = n;
+        auto *chunk = static_cast<ByteChunk *>(qv_malloc(sizeof(ByteChunk) + size));
+        if (chunk == nullptr) return nullptr;
+        chunk->next = pool.bytechunks;
+        chunk->size = size;
+        pool.bytechunks = chunk;
+        pool.bytes = reinterpret_cast<char *>(chunk + 1);
+        pool.bytes_end = pool.bytes + size;
+    }
+    void *p = pool.bytes;
+    pool.bytes += n;
+    return p;
 }
 
 void node_clear(qv_json *doc, qv_json_node *node) noexcept {
@@ -71,13 +94,14 @@ void node_clear(qv_json *doc, qv_json_node *node) noexcept {
         break;
     }
     case QV_JSON_TYPE_STRING:
-        qv_free(node->u.string);
+        if (node->pooled == 0) qv_free(node->u.string);
         break;
     default:
         break;
     }
     node->u.children = nullptr;
     node->nodetype = QV_JSON_TYPE_NONE;
+    node->pooled = 0;
 }
 
 void node_destroy(qv_json *doc, qv_json_node *node) noexcept {
@@ -103,6 +127,12 @@ void drop_root(qv_json *doc) noexcept {
         NodeChunk *next = c->next;
         qv_free(c);
         c = next;
+    }
+    ByteChunk *b = pool.bytechunks;
+    while (b != nullptr) {
+        ByteChunk *next = b->next;
+        qv_free(b);
+        b = next;
     }
     pool = Pool{};
 }

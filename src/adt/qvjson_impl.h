@@ -24,6 +24,9 @@ struct qv_json_node {
         int64_t integer;
     } u;
     uint32_t nodetype;
+    // A STRING whose text sits in the document's byte chunks (see Pool), not
+    // in a block of its own: not freed with the node.
+    uint32_t pooled;
 };
 
 namespace qv::json {
@@ -39,8 +42,19 @@ struct NodeChunk {
     qv_json_node nodes[1];
 };
 
+// Raw bytes for the parser's member entries and short strings, carved from growing chunks and
+// never returned one by one: a replaced or dropped member's bytes stay until
+// the tree goes, bounded by the size of the parsed text.
+struct ByteChunk {
+    ByteChunk *next;
+    size_t size;  // usable bytes after the header
+};
+
 struct Pool {
     NodeChunk *chunks = nullptr;
+    ByteChunk *bytechunks = nullptr;
+    char *bytes = nullptr;               // next free byte of the newest byte chunk
+    char *bytes_end = nullptr;
     qv_json_node *freelist = nullptr;
     qv_json_node *carve = nullptr;      // next never-used node of the newest chunk
     qv_json_node *carve_end = nullptr;
@@ -63,6 +77,9 @@ void node_destroy(qv_json *doc, qv_json_node *node) noexcept;
 // Releases the node's payload (string, elements, member table) but keeps the
 // node itself; it is left typed NONE.
 void node_clear(qv_json *doc, qv_json_node *node) noexcept;
+// n bytes, 8-aligned, that live until the tree is dropped, or null (nothing
+// logged).
+void *pool_bytes(qv_json *doc, size_t n) noexcept;
 // Destroys the whole tree; the pool's chunks are released with it.
 void drop_root(qv_json *doc) noexcept;
 // A new empty member table for doc, or null (nothing logged).

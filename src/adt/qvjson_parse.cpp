@@ -18,6 +18,7 @@
 #include <cstring>
 
 #include "adt/qvjson_impl.h"
+#include "internal/qvhashtable.h"
 
 using namespace qv::json;
 
@@ -25,6 +26,7 @@ namespace {
 
 constexpr unsigned kMaxDepth = 100;
 constexpr size_t kSortThreshold = 5;
+constexpr size_t kPooledStringMax = 512;  // longer strings get a block of their own
 
 struct Member {
     size_t keyoff;  // into Parser::keys; the key is NUL-terminated there
@@ -269,15 +271,19 @@ bool parse_string_value(Parser *ps, qv_json_node **out) noexcept {
     const char *src = direct != nullptr ? direct : ps->keys + off;
     if (direct == nullptr) ps->keys_len = off;  // the scratch copy is used up below
     if (len == SIZE_MAX) PARSE_FAIL(ps, 6, "not enough room for string terminator");
-    char *s = static_cast<char *>(qv_malloc(len + 1));
+    // Short texts share the document's byte chunks; a long one gets its own
+    // block so that it never leaves a chunk half used.
+    bool pooled = len < kPooledStringMax;
+    char *s = static_cast<char *>(pooled ? pool_bytes(ps->doc, len + 1) : qv_malloc(len + 1));
     if (s == nullptr) PARSE_FAIL(ps, 7, "not enough memory for decoded string");
     memcpy(s, src, len);
     s[len] = '\0';
     if (!new_node(ps, QV_JSON_TYPE_STRING, out)) {
-        qv_free(s);
+        if (!pooled) qv_free(s);
         return false;
     }
     (*out)->u.string = s;
+    (*out)->pooled = pooled ? 1 : 0;
     return true;
 }
 
@@ -447,7 +453,13 @@ bool enter_members(Parser *ps, qv_json_node *object, size_t base) noexcept {
             node_destroy(ps->doc, m->value);
             continue;
         }
-        if (qv_stringhash_add(object->u.hash, keys + m->keyoff, m->value) != 0) {
+        // The entry lives in the document's byte chunks: one carve instead
+        // of a heap block per member.
+        void *space = pool_bytes(ps->doc, qv::stringhash_entry_size(m->keylen));
+        if (space != nullptr) {
+            qv::stringhash_add_placed(object->u.hash, keys + m->keyoff, m->keylen, m->value, space);
+        } else {
+            QV_LOG(7, "not enough memory for stringhash item");
             QV_LOG(7, "not enough memory to add a value to the hashtable");
             ps->logged = true;
             node_destroy(ps->doc, m->value);

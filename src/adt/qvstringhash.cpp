@@ -11,6 +11,9 @@
 // apart. Keeping the key pointer out of the entry keeps an entry with a
 // typical short key within one 64-byte allocation.
 //
+// The object and its inner table (with the table's first slot array) share
+// one heap block: the table is placed right after the object's own fields.
+//
 // The inner table's context is the object whose value destroy callback
 // entries are destroyed with: the object itself, or for a table made by
 // qv_stringhash_create_from, the original (which must outlive it).
@@ -20,6 +23,7 @@
 #include <cstring>
 
 #include "internal/qvhashfunc.h"
+#include "internal/qvhashtable.h"
 #include "internal/qvinternal.h"
 
 namespace {
@@ -28,6 +32,7 @@ struct Entry {
     void *value;
     qv_hash_link link;
     uint32_t hash;
+    uint32_t placed;  // built in its owner's memory: not freed here
     // The key bytes follow the record.
 };
 
@@ -49,12 +54,20 @@ inline const char *key_of(const Entry *e) noexcept {
 }  // namespace
 
 struct qv_stringhash {
-    qv_hash *hash;
     qv_stringhash_destroy_fn destroycallback;
     void *context;
     // Whose destroy callback the entries go through (the inner context).
     const qv_stringhash *binding;
+    // The inner table follows in the same block.
 };
+
+namespace {
+
+inline qv_hash *table_of(const qv_stringhash *sh) noexcept {
+    return reinterpret_cast<qv_hash *>(const_cast<qv_stringhash *>(sh) + 1);
+}
+
+}  // namespace
 
 namespace {
 
@@ -74,8 +87,9 @@ int entry_compare(const void *stored, const void *search, void *) noexcept {
 }
 
 void entry_free(const qv_stringhash *binding, Entry *e) noexcept {
+    bool placed = e->placed != 0;
     if (binding->destroycallback != nullptr) binding->destroycallback(e->value, binding->context);
-    qv_free(e);
+    if (!placed) qv_free(e);
 }
 
 int entry_destroy(void *item, void *context) noexcept {
@@ -100,43 +114,45 @@ void *report(Entry *e, const char **key, void **value) noexcept {
 
 }  // namespace
 
+namespace {
+
+static_assert(sizeof(qv_stringhash) % alignof(void *) == 0 && alignof(uint64_t) <= alignof(void *),
+              "the inner table follows the object and needs its alignment");
+
+// The object with room for its inner table behind it, or null (logged).
+qv_stringhash *object_alloc() noexcept {
+    size_t size = sizeof(qv_stringhash) + qv::hash_storage_size();
+    auto *sh = static_cast<qv_stringhash *>(qv_malloc(size));
+    if (sh == nullptr) QV_LOG(7, "not enough memory for qvstringhash structure");
+    return sh;
+}
+
+
+}  // namespace
+
 extern "C" {
 
 QV_API qv_stringhash *qv_stringhash_create(qv_stringhash_destroy_fn destroycallback,
                                            void *context) noexcept {
-    auto *sh = static_cast<qv_stringhash *>(qv_cmalloc(sizeof(qv_stringhash)));
-    if (sh == nullptr) {
-        QV_LOG(7, "not enough memory for qvstringhash structure");
-        return nullptr;
-    }
+    qv_stringhash *sh = object_alloc();
+    if (sh == nullptr) return nullptr;
     sh->destroycallback = destroycallback;
     sh->context = context;
     sh->binding = sh;
-    sh->hash = qv_hash_create(offsetof(Entry, link), entry_hash, entry_compare, entry_destroy, sh);
-    if (sh->hash == nullptr) {
-        qv_free(sh);
-        return nullptr;
-    }
+    qv::hash_init(table_of(sh), offsetof(Entry, link), entry_hash, entry_compare, entry_destroy, sh);
     return sh;
 }
 
 QV_API qv_stringhash *qv_stringhash_create_from(const qv_stringhash *original) noexcept {
     QV_ASSERT(original != NULL);
-    auto *sh = static_cast<qv_stringhash *>(qv_cmalloc(sizeof(qv_stringhash)));
-    if (sh == nullptr) {
-        QV_LOG(7, "not enough memory for qvstringhash structure");
-        return nullptr;
-    }
+    qv_stringhash *sh = object_alloc();
+    if (sh == nullptr) return nullptr;
     sh->destroycallback = original->destroycallback;
     sh->context = original->context;
     // The inner table is copied verbatim, context included: entries stay
     // bound to the original's callback and context.
     sh->binding = original->binding;
-    sh->hash = qv_hash_create_from(original->hash);
-    if (sh->hash == nullptr) {
-        qv_free(sh);
-        return nullptr;
-    }
+    qv::hash_init_from(table_of(sh), table_of(original));
     return sh;
 }
 
@@ -153,7 +169,8 @@ QV_API int qv_stringhash_add(qv_stringhash *stringhash, const char *key, void *v
     e->link = {nullptr, nullptr};  // compared as a search item before it is linked
     e->value = value;
     e->hash = qv::hash_string_n(key, keylen);
-    qv_hash_add(stringhash->hash, e);
+    e->placed = 0;
+    qv_hash_add(table_of(stringhash), e);
     return 0;
 }
 
@@ -161,7 +178,7 @@ QV_API void *qv_stringhash_lookup(qv_stringhash *stringhash, const char *key) no
     QV_ASSERT(stringhash != NULL);
     QV_ASSERT(key != NULL);
     Probe probe = probe_for(key);
-    auto *e = static_cast<Entry *>(qv_hash_lookup(stringhash->hash, &probe.entry));
+    auto *e = static_cast<Entry *>(qv_hash_lookup(table_of(stringhash), &probe.entry));
     return e != nullptr ? e->value : nullptr;
 }
 
@@ -171,9 +188,9 @@ QV_API int qv_stringhash_remove(qv_stringhash *stringhash, const char *key) noex
     // The lookup leaves the entry in the insertion array, which is where
     // removal by address expects it.
     Probe probe = probe_for(key);
-    auto *e = static_cast<Entry *>(qv_hash_lookup(stringhash->hash, &probe.entry));
+    auto *e = static_cast<Entry *>(qv_hash_lookup(table_of(stringhash), &probe.entry));
     if (e == nullptr) return -1;
-    qv_hash_remove(stringhash->hash, e);
+    qv_hash_remove(table_of(stringhash), e);
     entry_free(stringhash->binding, e);
     return 0;
 }
@@ -181,26 +198,48 @@ QV_API int qv_stringhash_remove(qv_stringhash *stringhash, const char *key) noex
 QV_API void *qv_stringhash_enumerate_start(qv_stringhash *stringhash, const char **key,
                                            void **value) noexcept {
     QV_ASSERT(stringhash != NULL);
-    return report(static_cast<Entry *>(qv_hash_enumerate_start(stringhash->hash)), key, value);
+    return report(static_cast<Entry *>(qv_hash_enumerate_start(table_of(stringhash))), key, value);
 }
 
 QV_API void *qv_stringhash_enumerate_next(qv_stringhash *stringhash, void *prevstringhashitem,
                                           const char **key, void **value) noexcept {
     QV_ASSERT(stringhash != NULL);
     QV_ASSERT(prevstringhashitem != NULL);
-    return report(static_cast<Entry *>(qv_hash_enumerate_next(stringhash->hash, prevstringhashitem)),
+    return report(static_cast<Entry *>(qv_hash_enumerate_next(table_of(stringhash), prevstringhashitem)),
                   key, value);
 }
 
 QV_API void qv_stringhash_clear(qv_stringhash *qvstringhash) noexcept {
     QV_ASSERT(qvstringhash != NULL);
-    qv_hash_clear(qvstringhash->hash);
+    qv_hash_clear(table_of(qvstringhash));
 }
 
 QV_API void qv_stringhash_destroy(qv_stringhash *stringhash) noexcept {
     QV_ASSERT(stringhash != NULL);
-    qv_hash_destroy(stringhash->hash);
+    qv::hash_fini(table_of(stringhash));
     qv_free(stringhash);
 }
 
 }  // extern "C"
+
+namespace qv {
+
+size_t stringhash_entry_size(size_t keylen) noexcept {
+    return (sizeof(Entry) + keylen + 1 + 7) & ~static_cast<size_t>(7);
+}
+
+void stringhash_add_placed(qv_stringhash *stringhash, const char *key, size_t keylen, void *value,
+                           void *space) noexcept {
+    QV_ASSERT(stringhash != NULL);
+    QV_ASSERT(key != NULL);
+    auto *e = static_cast<Entry *>(space);
+    memcpy(stored_key(e), key, keylen);
+    stored_key(e)[keylen] = '\0';
+    e->link = {nullptr, nullptr};
+    e->value = value;
+    e->hash = qv::hash_string_n(key, keylen);
+    e->placed = 1;
+    qv_hash_add(table_of(stringhash), e);
+}
+
+}  // namespace qv

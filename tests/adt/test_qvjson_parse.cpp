@@ -154,6 +154,32 @@ TEST(JsonParse, FailureReplacesTheOldTreeToo) {
     qv_json_destroy(j);
 }
 
+// Parsed members and short strings share the document's chunks; editing them
+// afterwards (replace a member, retype a string node) must free only what the
+// edit owns. Sanitizer builds catch a wrong free here.
+TEST(JsonParse, EditingAParsedDocument) {
+    qv_json *j = qv_json_create();
+    ASSERT_EQ(qv_json_parse(j, "{\"a\": \"short\", \"b\": {\"c\": \"x\"}}"), 0);
+    qv_json_node *c = nullptr;
+    ASSERT_EQ(qv_json_fetch_node(j, &c, "b", "c", NULL), 0);
+    EXPECT_EQ(qv_json_node_set_string(j, c, "replaced"), 0);
+    qv_json_node *root = nullptr;
+    ASSERT_EQ(qv_json_fetch_node(j, &root, NULL), 0);
+    qv_json_node *a = qv_json_node_object_add(j, root, "a");
+    ASSERT_NE(a, nullptr);
+    EXPECT_EQ(qv_json_node_set_integer(j, a, 5), 0);
+    const char *text = nullptr;
+    EXPECT_EQ(qv_json_fetch_string(j, &text, "b", "c", NULL), 0);
+    EXPECT_STREQ(text, "replaced");
+    int64_t v = 0;
+    EXPECT_EQ(qv_json_fetch_int64(j, &v, "a", NULL), 0);
+    EXPECT_EQ(v, 5);
+    ASSERT_EQ(qv_json_parse(j, "[\"again\"]"), 0);
+    EXPECT_EQ(qv_json_fetch_string(j, &text, "#", 0u, NULL), 0);
+    EXPECT_STREQ(text, "again");
+    qv_json_destroy(j);
+}
+
 TEST(JsonParse, CorporaRoundTrip) {
     int done = 0;
     for (const char *name : {"twitter.json", "citm_catalog.json", "canada.json"}) {
@@ -255,7 +281,7 @@ TEST(JsonParse, AllocationFailureOverANestedDocument) {
         qv_json_destroy(j);
     });
     if (qvtest::fault_injection_available()) {
-        EXPECT_GT(runs, 20u);
+        EXPECT_GT(runs, 15u);
     }
 }
 
