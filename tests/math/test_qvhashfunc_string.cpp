@@ -7,7 +7,7 @@
 
 namespace {
 
-// The definition, one byte at a time, as a reference for longer inputs.
+// The hash written out one byte at a time, as a reference for longer inputs.
 uint32_t reference(const char *s) {
     uint32_t h = 0;
     for (;;) {
@@ -31,7 +31,7 @@ TEST(HashFuncString, KnownValues) {
     EXPECT_NE(qv_hashfunc_string("Key"), qv_hashfunc_string("key"));
 }
 
-TEST(HashFuncString, MatchesTheBytewiseDefinitionAtEveryLength) {
+TEST(HashFuncString, MatchesTheBytewiseReferenceAtEveryLength) {
     std::string s;
     for (int len = 0; len < 70; ++len) {
         EXPECT_EQ(qv_hashfunc_string(s.c_str()), reference(s.c_str())) << "length " << len;
