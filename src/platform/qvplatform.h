@@ -25,7 +25,6 @@ bool localtime(int64_t t, struct tm *out) noexcept;
 
 // True if the variable exists in the environment, whatever its value.
 bool env_present(const char *name) noexcept;
-const char *env_get(const char *name) noexcept;
 
 // Writes text to stderr unbuffered (the library's own standard-error print).
 void stderr_write(const char *text, size_t len) noexcept;

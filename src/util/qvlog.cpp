@@ -69,6 +69,12 @@ LogGlobal *qv_log_global = nullptr;
 
 constexpr const char *kDefaultLogFile = "qvdefault.log";
 
+// Opens the log file for appending, kept from child processes.
+bool open_file(Log *l) noexcept {
+    l->logfile.fp = qv::plat::fopen_noinherit(l->logfile.name ? l->logfile.name : kDefaultLogFile, "a");
+    return l->logfile.fp != nullptr;
+}
+
 void set_defaults(Log *l) noexcept {
     l->callback.level = 16;
     l->logfile.level = 8;
@@ -195,10 +201,7 @@ int emit(Log *qvlog, const char *string, size_t length, int level, const char *p
             result = -1;
     }
     if (qvlog->logfile.enabled && level <= qvlog->logfile.level) {
-        if (qvlog->logfile.fp == nullptr) {
-            const char *name = qvlog->logfile.name ? qvlog->logfile.name : kDefaultLogFile;
-            qvlog->logfile.fp = qv::plat::fopen_noinherit(name, "a");
-        }
+        if (qvlog->logfile.fp == nullptr) open_file(qvlog);
         if (qvlog->logfile.fp == nullptr)
             result -= 1;
         else
@@ -498,9 +501,7 @@ QV_API int qv_log_logfile_recreate(Log *qvlog) noexcept {
     if (qvlog == nullptr) return -1;
     if (!qvlog->logfile.enabled) return 0;
     close_file(qvlog);
-    const char *name = qvlog->logfile.name ? qvlog->logfile.name : kDefaultLogFile;
-    qvlog->logfile.fp = qv::plat::fopen_noinherit(name, "a");
-    return qvlog->logfile.fp != nullptr ? 0 : -1;
+    return open_file(qvlog) ? 0 : -1;
 }
 
 QV_API void qv_log_syslog_set_facility(Log *qvlog, int facility) noexcept {

@@ -20,6 +20,18 @@ struct qv_urlencoder {
 
 namespace {
 
+// Both string forms hand an empty source back as a new empty string.
+int empty_result(char **dstptr) noexcept {
+    auto *empty = static_cast<char *>(qv_malloc(1));
+    if (empty == nullptr) {
+        QV_LOG(7, "not enough memory for an empty result string");
+        return QV_ERROR_NO_MEMORY;
+    }
+    empty[0] = '\0';
+    *dstptr = empty;
+    return QV_ERROR_NONE;
+}
+
 constexpr char kUpperHex[] = "0123456789ABCDEF";
 constexpr unsigned char kEncode = 0;
 constexpr unsigned char kUnreserved = 1;
@@ -160,14 +172,7 @@ extern "C" QV_API int qv_urlencode_string(qv_urlencoder *qvurlencode, char **dst
             QV_LOG(7, "encoding resulted an unexpected error %d (%s)", result, qv_error_string(result));
             return result;
         }
-        auto *empty = static_cast<char *>(qv_malloc(1));
-        if (empty == nullptr) {
-            QV_LOG(7, "not enough memory for an empty result string");
-            return QV_ERROR_NO_MEMORY;
-        }
-        empty[0] = '\0';
-        *dstptr = empty;
-        return QV_ERROR_NONE;
+        return empty_result(dstptr);
     }
     if (len + 1 == 0) {
         QV_LOG(6, "the encoded buffer needed is too long to fit the memory space");
@@ -268,14 +273,7 @@ extern "C" QV_API int qv_urldecode_string(char **dstptr, const char *src) noexce
             QV_LOG(6, "invalid percent encoding in the source string");
             return result;
         }
-        auto *empty = static_cast<char *>(qv_malloc(1));
-        if (empty == nullptr) {
-            QV_LOG(7, "not enough memory for an empty result string");
-            return QV_ERROR_NO_MEMORY;
-        }
-        empty[0] = '\0';
-        *dstptr = empty;
-        return QV_ERROR_NONE;
+        return empty_result(dstptr);
     }
     if (len + 1 == 0) {
         QV_LOG(6, "the decoded buffer needed is too long to fit the memory space");

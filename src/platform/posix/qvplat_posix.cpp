@@ -32,7 +32,6 @@ bool localtime(int64_t t, struct tm *out) noexcept {
 }
 
 bool env_present(const char *name) noexcept { return getenv(name) != nullptr; }
-const char *env_get(const char *name) noexcept { return getenv(name); }
 
 void stderr_write(const char *text, size_t len) noexcept {
     while (len > 0) {
