@@ -31,7 +31,10 @@
 // table simply stays at its size.
 //
 // Chains keep insertion order (append at the tail); enumeration walks the
-// insertion array, then the main array, in slot order.
+// insertion array, then the main array, in slot order. Chains are singly
+// linked (prev is left null): every unlink comes right after a walk from the
+// slot head that found the link's predecessor, so unlinking never has to
+// touch the following item, which is likely not in cache.
 //
 // Beside the slot heads each array keeps one tag byte per slot: a tiny Bloom
 // filter of the hashes on that chain (one of eight bits per hash). A search
@@ -97,6 +100,10 @@ struct qv_hash {
     qv_hash_destroy_fn destroycallback;
     size_t listoffset;
     void *context;
+    // The item the next migration step will move, hashed ahead of time (see
+    // plan_next_move); valid only while it is the main array's first item.
+    qv_hash_link *nextmove;
+    uint32_t nextmovehash;
     // The built-in minimum-size array, used whenever no other array is.
     HashArray builtin;
     SlotHead builtinslots[kMinSlots];
@@ -177,7 +184,7 @@ void chain_append(HashArray *a, uint32_t hash, qv_hash_link *link) noexcept {
     uint32_t slot = slot_index(a, hash);
     SlotHead &head = a->slots[slot];
     link->next = nullptr;
-    link->prev = head.last;
+    link->prev = nullptr;
     if (head.last != nullptr)
         head.last->next = link;
     else
@@ -188,24 +195,29 @@ void chain_append(HashArray *a, uint32_t hash, qv_hash_link *link) noexcept {
     if (slot < a->scanfrom) a->scanfrom = slot;
 }
 
-// Repairs the neighbours and the slot head; the caller adjusts the counts.
-void chain_unlink(HashArray *a, uint32_t slot, qv_hash_link *link) noexcept {
+// Unlinks link, which follows pred in the slot's chain (pred null: link is
+// the first); the caller adjusts the counts.
+void chain_unlink(HashArray *a, uint32_t slot, qv_hash_link *pred, qv_hash_link *link) noexcept {
     SlotHead &head = a->slots[slot];
-    if (link->prev != nullptr)
-        link->prev->next = link->next;
+    if (pred != nullptr)
+        pred->next = link->next;
     else
         head.first = link->next;
-    if (link->next != nullptr)
-        link->next->prev = link->prev;
-    else
-        head.last = link->prev;
-    link->next = link->prev = nullptr;
+    if (head.last == link) head.last = pred;
+    link->next = nullptr;
     if (head.first == nullptr) tags_of(a)[slot] = 0;
 }
 
-bool chain_holds(const HashArray *a, uint32_t slot, const qv_hash_link *link) noexcept {
-    for (const qv_hash_link *l = a->slots[slot].first; l != nullptr; l = l->next)
-        if (l == link) return true;
+// Whether the slot's chain holds link; if so, *pred is its predecessor.
+bool chain_holds(const HashArray *a, uint32_t slot, const qv_hash_link *link,
+                 qv_hash_link **pred) noexcept {
+    qv_hash_link *before = nullptr;
+    for (qv_hash_link *l = a->slots[slot].first; l != nullptr; before = l, l = l->next) {
+        if (l == link) {
+            *pred = before;
+            return true;
+        }
+    }
     return false;
 }
 
@@ -232,6 +244,14 @@ inline qv_hash_link *link_of(const qv_hash *t, void *item) noexcept {
     return reinterpret_cast<qv_hash_link *>(static_cast<char *>(item) + t->listoffset);
 }
 
+inline void prefetch(const void *p) noexcept {
+#if defined(__GNUC__)
+    __builtin_prefetch(p);
+#else
+    (void)p;
+#endif
+}
+
 inline void *item_of(const qv_hash *t, qv_hash_link *link) noexcept {
     return link == nullptr ? nullptr : reinterpret_cast<char *>(link) - t->listoffset;
 }
@@ -244,21 +264,28 @@ inline HashArray *insertion_array(const qv_hash *qvhash) noexcept {
     return qvhash->smallerarray != nullptr ? qvhash->smallerarray : qvhash->array;
 }
 
-// The first item of the chain for hash that compares equal to item.
-qv_hash_link *chain_find(const qv_hash *t, const HashArray *a, uint32_t hash,
-                         const void *item) noexcept {
+// The first item of the chain for hash that compares equal to item, with its
+// predecessor in *pred.
+qv_hash_link *chain_find(const qv_hash *t, const HashArray *a, uint32_t hash, const void *item,
+                         qv_hash_link **pred) noexcept {
     uint32_t slot = slot_index(a, hash);
     if ((tags_of(a)[slot] & tag_bit(hash)) == 0) return nullptr;
-    for (qv_hash_link *l = a->slots[slot].first; l != nullptr; l = l->next)
-        if (t->comparecallback(item_of(t, l), item, t->context) == 0) return l;
+    qv_hash_link *before = nullptr;
+    for (qv_hash_link *l = a->slots[slot].first; l != nullptr; before = l, l = l->next) {
+        if (t->comparecallback(item_of(t, l), item, t->context) == 0) {
+            *pred = before;
+            return l;
+        }
+    }
     return nullptr;
 }
 
 // Drops the stored item equal to item from one array, if there is one.
 void discard_equal(qv_hash *t, HashArray *a, uint32_t hash, const void *item) noexcept {
-    qv_hash_link *old = chain_find(t, a, hash, item);
+    qv_hash_link *pred = nullptr;
+    qv_hash_link *old = chain_find(t, a, hash, item, &pred);
     if (old == nullptr) return;
-    chain_unlink(a, slot_index(a, hash), old);
+    chain_unlink(a, slot_index(a, hash), pred, old);
     a->entries--;
     t->destroycallback(item_of(t, old), t->context);
     t->entries--;
@@ -276,6 +303,26 @@ void finish_if_drained(qv_hash *t, HashArray *target) noexcept {
     t->array = target;
     t->biggerarray = nullptr;
     t->smallerarray = nullptr;
+    t->nextmove = nullptr;
+}
+
+// Prepares the next migration step while the caller goes on. The next item
+// to move was prefetched by the previous step, so hashing it now is cheap,
+// and the hash tells which slot of target to fetch; the item after it is
+// fetched for the step after. A migration step then rarely waits for memory.
+// Main only loses items during a resize, so an item that is still main's
+// first at the next step is the one hashed here.
+void plan_next_move(qv_hash *t, HashArray *main, const HashArray *target) noexcept {
+    t->nextmove = nullptr;
+    qv_hash_link *next = first_link(main);
+    if (next == nullptr) return;
+    t->nextmovehash = t->calchashcallback(item_of(t, next), t->context);
+    t->nextmove = next;
+    uint32_t slot = slot_index(target, t->nextmovehash);
+    prefetch(&target->slots[slot]);
+    prefetch(&tags_of(target)[slot]);
+    qv_hash_link *after = next->next != nullptr ? next->next : first_link_from(main, main->scanfrom + 1);
+    if (after != nullptr) prefetch(item_of(t, after));
 }
 
 // One migration step: move the main array's first item into target.
@@ -283,15 +330,16 @@ void migrate_step(qv_hash *t, HashArray *target) noexcept {
     HashArray *main = t->array;
     qv_hash_link *first = first_link(main);
     if (first != nullptr) {
-        void *firstitem = item_of(t, first);
-        uint32_t hash = t->calchashcallback(firstitem, t->context);
-        // Finding the item again through its hash proves the hash callback
-        // still agrees with where the item was filed.
-        void *it = item_of(t, chain_find(t, main, hash, firstitem));
-        QV_ASSERT(it == firstitem);
-        chain_unlink(main, slot_index(main, hash), first);
+        uint32_t hash = first == t->nextmove ? t->nextmovehash
+                                             : t->calchashcallback(item_of(t, first), t->context);
+        // The item's hash must still lead to the slot it was filed in, or
+        // the hash callback has changed its mind about a stored item.
+        uint32_t slot = slot_index(main, hash);
+        QV_ASSERT(slot == main->scanfrom);
+        chain_unlink(main, slot, nullptr, first);
         main->entries--;
         chain_append(target, hash, first);
+        plan_next_move(t, main, target);
     }
     finish_if_drained(t, target);
 }
@@ -303,6 +351,7 @@ void maybe_grow(qv_hash *t) noexcept {
     if (slots > (UINT32_MAX - 1) / 4) return;  // 4n + 1 would not fit
     uint32_t newslots = slots * 4 + 1;
     QV_LOG(13, "start growing hashtable to %lu slots", static_cast<unsigned long>(newslots));
+    t->nextmove = nullptr;
     t->biggerarray = array_create(t, newslots);
     if (t->biggerarray == nullptr)
         QV_LOG(7, "not enough memory to grow the hashtable from %lu to %lu slots",
@@ -316,6 +365,7 @@ void maybe_shrink(qv_hash *t) noexcept {
     uint32_t newslots = (slots - 1) / 4;
     if (newslots < t->minslots) newslots = t->minslots;
     QV_LOG(13, "start shrinking hashtable to %lu slots", static_cast<unsigned long>(newslots));
+    t->nextmove = nullptr;
     t->smallerarray = array_create(t, newslots);
     if (t->smallerarray == nullptr)
         QV_LOG(7, "not enough memory to shrink the hashtable from %lu to %lu slots",
@@ -327,7 +377,7 @@ void array_drain(qv_hash *t, HashArray *qvhasharray) noexcept {
     if (qvhasharray == nullptr) return;
     for (uint32_t s = qvhasharray->scanfrom; s < qvhasharray->slotcount; ++s) {
         while (qv_hash_link *l = qvhasharray->slots[s].first) {
-            chain_unlink(qvhasharray, s, l);
+            chain_unlink(qvhasharray, s, nullptr, l);
             t->destroycallback(item_of(t, l), t->context);
             t->entries--;
             qvhasharray->entries--;
@@ -418,6 +468,7 @@ QV_API void qv_hash_clear(qv_hash *qvhash) noexcept {
     array_free(qvhash, qvhash->smallerarray);
     qvhash->biggerarray = nullptr;
     qvhash->smallerarray = nullptr;
+    qvhash->nextmove = nullptr;
     if (qvhash->array->slotcount == qvhash->minslots) return;
     HashArray *fresh = array_create(qvhash, qvhash->minslots);
     if (fresh == nullptr) {
@@ -450,15 +501,18 @@ QV_API void *qv_hash_lookup(qv_hash *qvhash, const void *searchitem) noexcept {
     QV_ASSERT(searchitem != NULL);
     uint32_t hash = qvhash->calchashcallback(searchitem, qvhash->context);
     HashArray *target = insertion_array(qvhash);
-    qv_hash_link *found = chain_find(qvhash, target, hash, searchitem);
+    qv_hash_link *pred = nullptr;
+    qv_hash_link *found = chain_find(qvhash, target, hash, searchitem, &pred);
     if (found != nullptr || target == qvhash->array) return item_of(qvhash, found);
 
     // Not yet migrated: take the item along into the insertion array, so the
-    // items a caller uses are the first to reach their new home.
+    // items a caller uses are the first to reach their new home. Its slot
+    // there is fetched while main is searched.
+    prefetch(&target->slots[slot_index(target, hash)]);
     HashArray *main = qvhash->array;
-    found = chain_find(qvhash, main, hash, searchitem);
+    found = chain_find(qvhash, main, hash, searchitem, &pred);
     if (found == nullptr) return nullptr;
-    chain_unlink(main, slot_index(main, hash), found);
+    chain_unlink(main, slot_index(main, hash), pred, found);
     main->entries--;
     chain_append(target, hash, found);
     finish_if_drained(qvhash, target);
@@ -476,16 +530,17 @@ QV_API void qv_hash_remove(qv_hash *qvhash, void *item) noexcept {
     // The item is identified by address, not by key: find the array that
     // holds this very link.
     HashArray *targethasharray = nullptr;
-    if (chain_holds(target, slot_index(target, hash), link))
+    qv_hash_link *pred = nullptr;
+    if (chain_holds(target, slot_index(target, hash), link, &pred))
         targethasharray = target;
-    else if (resizing && chain_holds(qvhash->array, slot_index(qvhash->array, hash), link))
+    else if (resizing && chain_holds(qvhash->array, slot_index(qvhash->array, hash), link, &pred))
         targethasharray = qvhash->array;
     else if (resizing)
         return;
     bool itemstored = targethasharray != nullptr;
     QV_ASSERT(itemstored);
 
-    chain_unlink(targethasharray, slot_index(targethasharray, hash), link);
+    chain_unlink(targethasharray, slot_index(targethasharray, hash), pred, link);
     QV_ASSERT(targethasharray->entries > 0);
     targethasharray->entries--;
     QV_ASSERT(qvhash->entries > 0);
