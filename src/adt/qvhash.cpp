@@ -351,7 +351,6 @@ void maybe_grow(qv_hash *t) noexcept {
     if (slots > (UINT32_MAX - 1) / 4) return;  // 4n + 1 would not fit
     uint32_t newslots = slots * 4 + 1;
     QV_LOG(13, "start growing hashtable to %lu slots", static_cast<unsigned long>(newslots));
-    t->nextmove = nullptr;
     t->biggerarray = array_create(t, newslots);
     if (t->biggerarray == nullptr)
         QV_LOG(7, "not enough memory to grow the hashtable from %lu to %lu slots",
@@ -365,7 +364,6 @@ void maybe_shrink(qv_hash *t) noexcept {
     uint32_t newslots = (slots - 1) / 4;
     if (newslots < t->minslots) newslots = t->minslots;
     QV_LOG(13, "start shrinking hashtable to %lu slots", static_cast<unsigned long>(newslots));
-    t->nextmove = nullptr;
     t->smallerarray = array_create(t, newslots);
     if (t->smallerarray == nullptr)
         QV_LOG(7, "not enough memory to shrink the hashtable from %lu to %lu slots",
