@@ -17,6 +17,7 @@
 #include <cstring>
 
 #include "internal/qvinternal.h"
+#include "internal/qvlist.h"
 
 namespace {
 
@@ -63,15 +64,7 @@ void item_free(CacheItem *item) noexcept {
 void item_destroy(void *value, void *context) noexcept {
     auto *cache = static_cast<qv_cache *>(context);
     auto *item = static_cast<CacheItem *>(value);
-    ItemList *list = cache->itemlist;
-    if (item->prev != nullptr)
-        item->prev->next = item->next;
-    else
-        list->head = item->next;
-    if (item->next != nullptr)
-        item->next->prev = item->prev;
-    else
-        list->tail = item->prev;
+    qv::list_unlink(*cache->itemlist, item);
     size_t size = accounted_size(item);
     if (cache->usesize < size) {
         QV_LOG(7, "Internal inconsistency, usesize %lu less than itemsize %lu", ul(cache->usesize), ul(size));
@@ -185,14 +178,7 @@ QV_API int qv_cache_set(qv_cache *qvcache, const char *key, const void *data, si
         item_free(item);
         return QV_ERROR_OUT_OF_RANGE;
     }
-    ItemList *list = qvcache->itemlist;
-    item->prev = nullptr;
-    item->next = list->head;
-    if (list->head != nullptr)
-        list->head->prev = item;
-    else
-        list->tail = item;
-    list->head = item;
+    qv::list_push_front(*qvcache->itemlist, item);
     qvcache->usesize += itemsize;
 
     // ">=" rather than ">": an item that fills the budget exactly is reported

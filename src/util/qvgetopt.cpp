@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "internal/qvinternal.h"
+#include "internal/qvlist.h"
 
 namespace {
 
@@ -95,13 +96,7 @@ int add_option(qv_getopt *qvgetopt, int kind, const char *longopt, char shortopt
         free_option(option);
         return -1;
     }
-    OptionList *list = qvgetopt->options;
-    option->prev = list->tail;
-    if (list->tail != nullptr)
-        list->tail->next = option;
-    else
-        list->head = option;
-    list->tail = option;
+    qv::list_push_back(*qvgetopt->options, option);
     return 0;
 }
 

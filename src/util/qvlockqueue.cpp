@@ -22,6 +22,7 @@
 #include <atomic>
 
 #include "internal/qvinternal.h"
+#include "internal/qvlist.h"
 
 namespace {
 struct Slab;
@@ -79,13 +80,7 @@ void release_list(qv_lockqueue_element *element) noexcept {
 // Appends under the lock; the caller has checked the end flag. Returns
 // whether a consumer sleeps and must be woken.
 bool link_tail(qv_lockqueue *queue, qv_lockqueue_element *element) noexcept {
-    element->prev = queue->tail;
-    element->next = nullptr;
-    if (queue->tail != nullptr)
-        queue->tail->next = element;
-    else
-        queue->head = element;
-    queue->tail = element;
+    qv::list_push_back(*queue, element);
     // Nobody asleep (or all of them already being woken) means nobody to
     // wake: a consumer that arrives later finds the element before it sleeps.
     if (queue->sleepers == 0) return false;
@@ -127,13 +122,7 @@ qv_lockqueue_element *pop_element(qv_lockqueue *queue, int *error_out, bool wait
     if (element == nullptr) {
         error = queue->end ? QV_ERROR_END_OF_FILE : QV_ERROR_NOT_FOUND;
     } else {
-        queue->head = element->next;
-        if (queue->head != nullptr)
-            queue->head->prev = nullptr;
-        else
-            queue->tail = nullptr;
-        element->next = nullptr;
-        element->prev = nullptr;
+        qv::list_unlink(*queue, element);
         error = QV_ERROR_NONE;
         if (item_out != nullptr) {
             *item_out = element->item;
