@@ -50,6 +50,7 @@
 // No locking: a table belongs to one thread at a time.
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "internal/qvhashtable.h"
 #include "internal/qvinternal.h"
@@ -264,20 +265,36 @@ inline HashArray *insertion_array(const qv_hash *qvhash) noexcept {
     return qvhash->smallerarray != nullptr ? qvhash->smallerarray : qvhash->array;
 }
 
-// The first item of the chain for hash that compares equal to item, with its
-// predecessor in *pred.
-qv_hash_link *chain_find(const qv_hash *t, const HashArray *a, uint32_t hash, const void *item,
-                         qv_hash_link **pred) noexcept {
+// The first link of the chain for hash that matches, with its predecessor
+// in *pred. Matches(link) decides equality.
+template <class Matches>
+inline qv_hash_link *chain_find_if(const HashArray *a, uint32_t hash, Matches matches,
+                                   qv_hash_link **pred) noexcept {
     uint32_t slot = slot_index(a, hash);
     if ((tags_of(a)[slot] & tag_bit(hash)) == 0) return nullptr;
+    const SlotHead &head = a->slots[slot];
+    // The head names the last link as well as the first: fetching it now
+    // overlaps the second memory access of a two-item chain with the first
+    // instead of following it.
+    if (head.last != head.first) prefetch(head.last);
     qv_hash_link *before = nullptr;
-    for (qv_hash_link *l = a->slots[slot].first; l != nullptr; before = l, l = l->next) {
-        if (t->comparecallback(item_of(t, l), item, t->context) == 0) {
+    for (qv_hash_link *l = head.first; l != nullptr; before = l, l = l->next) {
+        if (matches(l)) {
             *pred = before;
             return l;
         }
     }
     return nullptr;
+}
+
+// The first item of the chain for hash that compares equal to item, with its
+// predecessor in *pred.
+qv_hash_link *chain_find(const qv_hash *t, const HashArray *a, uint32_t hash, const void *item,
+                         qv_hash_link **pred) noexcept {
+    return chain_find_if(
+        a, hash,
+        [t, item](qv_hash_link *l) { return t->comparecallback(item_of(t, l), item, t->context) == 0; },
+        pred);
 }
 
 // Drops the stored item equal to item from one array, if there is one.
@@ -368,6 +385,29 @@ void maybe_shrink(qv_hash *t) noexcept {
     if (t->smallerarray == nullptr)
         QV_LOG(7, "not enough memory to shrink the hashtable from %lu to %lu slots",
                static_cast<unsigned long>(slots), static_cast<unsigned long>(newslots));
+}
+
+// The lookup itself, for any way of recognising the item: the insertion
+// array first; during a resize, an item found only in the main array is
+// moved along into the insertion array, so the items a caller uses are the
+// first to reach their new home (its slot there is fetched while main is
+// searched).
+template <class Matches>
+inline void *lookup_by(qv_hash *t, uint32_t hash, Matches matches) noexcept {
+    HashArray *target = insertion_array(t);
+    qv_hash_link *pred = nullptr;
+    qv_hash_link *found = chain_find_if(target, hash, matches, &pred);
+    if (found != nullptr || target == t->array) return item_of(t, found);
+
+    prefetch(&target->slots[slot_index(target, hash)]);
+    HashArray *main = t->array;
+    found = chain_find_if(main, hash, matches, &pred);
+    if (found == nullptr) return nullptr;
+    chain_unlink(main, slot_index(main, hash), pred, found);
+    main->entries--;
+    chain_append(target, hash, found);
+    finish_if_drained(t, target);
+    return item_of(t, found);
 }
 
 // Destroys every item of one array, slot by slot, in chain order.
@@ -498,23 +538,10 @@ QV_API void *qv_hash_lookup(qv_hash *qvhash, const void *searchitem) noexcept {
     QV_ASSERT(qvhash != NULL);
     QV_ASSERT(searchitem != NULL);
     uint32_t hash = qvhash->calchashcallback(searchitem, qvhash->context);
-    HashArray *target = insertion_array(qvhash);
-    qv_hash_link *pred = nullptr;
-    qv_hash_link *found = chain_find(qvhash, target, hash, searchitem, &pred);
-    if (found != nullptr || target == qvhash->array) return item_of(qvhash, found);
-
-    // Not yet migrated: take the item along into the insertion array, so the
-    // items a caller uses are the first to reach their new home. Its slot
-    // there is fetched while main is searched.
-    prefetch(&target->slots[slot_index(target, hash)]);
-    HashArray *main = qvhash->array;
-    found = chain_find(qvhash, main, hash, searchitem, &pred);
-    if (found == nullptr) return nullptr;
-    chain_unlink(main, slot_index(main, hash), pred, found);
-    main->entries--;
-    chain_append(target, hash, found);
-    finish_if_drained(qvhash, target);
-    return item_of(qvhash, found);
+    return lookup_by(qvhash, hash, [qvhash, searchitem](const qv_hash_link *l) {
+        return qvhash->comparecallback(item_of(qvhash, const_cast<qv_hash_link *>(l)), searchitem,
+                                       qvhash->context) == 0;
+    });
 }
 
 QV_API void qv_hash_remove(qv_hash *qvhash, void *item) noexcept {
@@ -590,6 +617,17 @@ QV_API void *qv_hash_enumerate_next(qv_hash *qvhash, void *item) noexcept {
 namespace qv {
 
 size_t hash_storage_size() noexcept { return sizeof(qv_hash); }
+
+void *hash_lookup_keyed(qv_hash *qvhash, uint32_t hash, const char *key, ptrdiff_t hashoffset,
+                        ptrdiff_t keyoffset) noexcept {
+    QV_ASSERT(qvhash != NULL);
+    return lookup_by(qvhash, hash, [=](const qv_hash_link *l) {
+        const char *at = reinterpret_cast<const char *>(l);
+        uint32_t stored;
+        memcpy(&stored, at + hashoffset, sizeof stored);
+        return stored == hash && strcmp(at + keyoffset, key) == 0;
+    });
+}
 
 qv_hash *hash_init(void *storage, size_t listoffset, qv_hash_calchash_fn calchashcallback,
                    qv_hash_compare_fn comparecallback, qv_hash_destroy_fn destroycallback,

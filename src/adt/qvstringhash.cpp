@@ -5,11 +5,10 @@
 // own copy of the key. The entry also remembers the key's hash, so migration
 // and enumeration never rehash a key, and comparisons reject most mismatches
 // without touching the key bytes. The hash is qv_hashfunc_string's, which
-// fixes the enumeration order. A lookup searches with a Probe, an entry that
-// points at the caller's key instead of holding a copy; its link (which the
-// table never touches in a search item) carries the mark that tells the two
-// apart. Keeping the key pointer out of the entry keeps an entry with a
-// typical short key within one 64-byte allocation.
+// fixes the enumeration order. Lookups compare the stored hash and key in
+// place (qv::hash_lookup_keyed) instead of building a search entry and going
+// through the callbacks, which only adds and migration use. An entry with a
+// typical short key stays within one 64-byte allocation.
 //
 // The object and its inner table (with the table's first slot array) share
 // one heap block: the table is placed right after the object's own fields.
@@ -36,20 +35,8 @@ struct Entry {
     // The key bytes follow the record.
 };
 
-// A search key: an entry whose link.prev is the probe mark.
-struct Probe {
-    Entry entry;
-    const char *key;
-};
-
-const qv_hash_link kProbeMark = {nullptr, nullptr};
-
 inline char *stored_key(Entry *e) noexcept { return reinterpret_cast<char *>(e + 1); }
-
-inline const char *key_of(const Entry *e) noexcept {
-    if (e->link.prev == &kProbeMark) return reinterpret_cast<const Probe *>(e)->key;
-    return reinterpret_cast<const char *>(e + 1);
-}
+inline const char *stored_key(const Entry *e) noexcept { return reinterpret_cast<const char *>(e + 1); }
 
 }  // namespace
 
@@ -82,7 +69,7 @@ int entry_compare(const void *stored, const void *search, void *) noexcept {
     const auto *b = static_cast<const Entry *>(search);
     if (a->hash != b->hash) return a->hash < b->hash ? -1 : 1;
     if (a == b) return 0;
-    int c = strcmp(key_of(a), key_of(b));
+    int c = strcmp(stored_key(a), stored_key(b));
     return c < 0 ? -1 : (c > 0 ? 1 : 0);
 }
 
@@ -97,13 +84,16 @@ int entry_destroy(void *item, void *context) noexcept {
     return 0;
 }
 
-// A search item on the stack for the caller's key.
-Probe probe_for(const char *key) noexcept {
-    Probe p{};
-    p.entry.link.prev = const_cast<qv_hash_link *>(&kProbeMark);
-    p.entry.hash = qv_hashfunc_string(key);
-    p.key = key;
-    return p;
+// The entry stored under key, moved as a lookup moves it, or null. The
+// search compares the stored hash and key bytes in place rather than going
+// through the table's callbacks with a search entry: a lookup is the
+// operation callers repeat most.
+Entry *find(qv_stringhash *sh, const char *key) noexcept {
+    constexpr auto linkoffset = static_cast<ptrdiff_t>(offsetof(Entry, link));
+    constexpr ptrdiff_t hashoffset = static_cast<ptrdiff_t>(offsetof(Entry, hash)) - linkoffset;
+    constexpr ptrdiff_t keyoffset = static_cast<ptrdiff_t>(sizeof(Entry)) - linkoffset;
+    uint32_t hash = qv::hash_string_n(key, strlen(key));
+    return static_cast<Entry *>(qv::hash_lookup_keyed(table_of(sh), hash, key, hashoffset, keyoffset));
 }
 
 void *report(Entry *e, const char **key, void **value) noexcept {
@@ -177,8 +167,7 @@ QV_API int qv_stringhash_add(qv_stringhash *stringhash, const char *key, void *v
 QV_API void *qv_stringhash_lookup(qv_stringhash *stringhash, const char *key) noexcept {
     QV_ASSERT(stringhash != NULL);
     QV_ASSERT(key != NULL);
-    Probe probe = probe_for(key);
-    auto *e = static_cast<Entry *>(qv_hash_lookup(table_of(stringhash), &probe.entry));
+    Entry *e = find(stringhash, key);
     return e != nullptr ? e->value : nullptr;
 }
 
@@ -187,8 +176,7 @@ QV_API int qv_stringhash_remove(qv_stringhash *stringhash, const char *key) noex
     QV_ASSERT(key != NULL);
     // The lookup leaves the entry in the insertion array, which is where
     // removal by address expects it.
-    Probe probe = probe_for(key);
-    auto *e = static_cast<Entry *>(qv_hash_lookup(table_of(stringhash), &probe.entry));
+    Entry *e = find(stringhash, key);
     if (e == nullptr) return -1;
     qv_hash_remove(table_of(stringhash), e);
     entry_free(stringhash->binding, e);

@@ -21,6 +21,13 @@ qv_hash *hash_init_from(void *storage, const qv_hash *original) noexcept;
 // Destroys every item and releases the arrays, but not the storage itself.
 void hash_fini(qv_hash *qvhash) noexcept;
 
+// qv_hash_lookup for tables whose items carry their own hash (a uint32_t)
+// and their NUL-terminated key at fixed distances from the link: the stored
+// hash and the key bytes are compared in place, without the callbacks. The
+// item found, moved as qv_hash_lookup moves it, or null.
+void *hash_lookup_keyed(qv_hash *qvhash, uint32_t hash, const char *key, ptrdiff_t hashoffset,
+                        ptrdiff_t keyoffset) noexcept;
+
 // Bytes (a multiple of 8) that a string table entry with a key of keylen
 // bytes takes.
 size_t stringhash_entry_size(size_t keylen) noexcept;
