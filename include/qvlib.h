@@ -857,7 +857,8 @@ QV_API int qv_json_parse(qv_json *qvjson, const char *text) QV_NOEXCEPT;
 /* The document as one line of JSON text, new (free with qv_free), or NULL
  * with the reason logged. Objects "{ \"a\": 1, \"b\": [ 2 ] }", empty "{ }"
  * and "[ ]"; doubles as "%g" with a '.' in every locale. The document must
- * have a root. */
+ * have a root. Writing, copying and destroying do not recurse: any nesting
+ * built through the setters works. */
 QV_API char *qv_json_output(qv_json *qvjson) QV_NOEXCEPT;
 
 /* ======================================================================

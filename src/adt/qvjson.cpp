@@ -104,13 +104,25 @@ void node_clear(qv_json *doc, qv_json_node *node) noexcept {
     node->pooled = 0;
 }
 
+// Subtrees are released from a work list rather than by recursion: a tree
+// built through the API can be nested far deeper than any stack allows.
+// Clearing a node hands its elements and member values back here, and they
+// join the list instead of being released in a nested call.
 void node_destroy(qv_json *doc, qv_json_node *node) noexcept {
-    node_clear(doc, node);
     Pool &pool = doc->pool;
-    node->next = pool.freelist;
-    pool.freelist = node;
-    QV_ASSERT(pool.live > 0);
-    --pool.live;
+    node->next = pool.dying;
+    pool.dying = node;
+    if (pool.draining) return;
+    pool.draining = true;
+    while (qv_json_node *n = pool.dying) {
+        pool.dying = n->next;
+        node_clear(doc, n);
+        n->next = pool.freelist;
+        pool.freelist = n;
+        QV_ASSERT(pool.live > 0);
+        --pool.live;
+    }
+    pool.draining = false;
 }
 
 void drop_root(qv_json *doc) noexcept {
@@ -632,10 +644,10 @@ QV_API void *qv_json_enumerate_next(qv_json *qvjson, qv_json_node *objectnode, v
 
 namespace {
 
-int copy_children(qv_json *doc, qv_json_node *dest, const qv_json_node *src) noexcept;
-
-// A new node of doc holding a deep copy of src; null with *err set on failure.
-qv_json_node *copy_value(qv_json *doc, const qv_json_node *src, int *err) noexcept {
+// A new node of doc holding src's type and scalar value; an object gets an
+// empty member table, an array no elements yet. Null with *err set (and the
+// cause logged) on failure.
+qv_json_node *copy_shallow(qv_json *doc, const qv_json_node *src, int *err) noexcept {
     qv_json_node *n = node_alloc(doc);
     if (n == nullptr) {
         QV_LOG(7, "not enough memory for JSON node");
@@ -662,54 +674,119 @@ qv_json_node *copy_value(qv_json *doc, const qv_json_node *src, int *err) noexce
         }
         break;
     default:
-        n->u = src->u;  // numbers; an array's elements are copied below
+        n->u = src->u;  // numbers; an array's elements are copied later
         if (src->nodetype == QV_JSON_TYPE_ARRAY) n->u.children = nullptr;
         break;
     }
     n->nodetype = src->nodetype;
-    if (src->nodetype == QV_JSON_TYPE_OBJECT || src->nodetype == QV_JSON_TYPE_ARRAY) {
-        int rc = copy_children(doc, n, src);
-        if (rc != 0) {
-            *err = rc;
-            node_destroy(doc, n);
-            return nullptr;
-        }
-    }
     return n;
 }
 
-int copy_children(qv_json *doc, qv_json_node *dest, const qv_json_node *src) noexcept {
-    int err = QV_ERROR_NONE;
-    if (src->nodetype == QV_JSON_TYPE_ARRAY) {
-        qv_json_node **tail = &dest->u.children;
-        while (*tail != nullptr) tail = &(*tail)->next;
-        for (const qv_json_node *e = src->u.children; e != nullptr; e = e->next) {
-            qv_json_node *c = copy_value(doc, e, &err);
-            if (c == nullptr) {
-                if (err == QV_ERROR_NO_MEMORY) QV_LOG(7, "not enough memory to copy a node to an array");
-                return err;
-            }
-            *tail = c;
-            tail = &c->next;
-        }
+inline bool is_container(const qv_json_node *n) noexcept {
+    return n->nodetype == QV_JSON_TYPE_OBJECT || n->nodetype == QV_JSON_TYPE_ARRAY;
+}
+
+// One container being copied: its source, the copy being filled, where the
+// source walk stands, and for an object the key of the member whose value
+// is being copied one level up.
+struct CopyFrame {
+    const qv_json_node *src;
+    qv_json_node *dest;
+    qv_json_node **tail;         // array: where the next element goes
+    const qv_json_node *element; // array: the element copied last, or null
+    void *position;              // object: the member copied last, or null
+    const char *key;             // object: the key of that member
+};
+
+// Appends the finished copy n to the container of frame f; 0 or an error.
+int attach(qv_json *doc, CopyFrame &f, qv_json_node *n) noexcept {
+    if (f.src->nodetype == QV_JSON_TYPE_ARRAY) {
+        *f.tail = n;
+        f.tail = &n->next;
         return QV_ERROR_NONE;
     }
-    const char *key = nullptr;
-    void *value = nullptr;
-    for (void *pos = qv_stringhash_enumerate_start(src->u.hash, &key, &value); pos != nullptr;
-         pos = qv_stringhash_enumerate_next(src->u.hash, pos, &key, &value)) {
-        qv_json_node *c = copy_value(doc, static_cast<const qv_json_node *>(value), &err);
-        if (c != nullptr && qv_stringhash_add(dest->u.hash, key, c) != 0) {
-            node_destroy(doc, c);
-            c = nullptr;
-            err = QV_ERROR_NO_MEMORY;
-        }
-        if (c == nullptr) {
-            QV_LOG(7, "unable to copy a node, error %d (%s)", err, qv_error_string(err));
-            return err;
-        }
+    if (qv_stringhash_add(f.dest->u.hash, f.key, n) != 0) {
+        node_destroy(doc, n);
+        return QV_ERROR_NO_MEMORY;
     }
     return QV_ERROR_NONE;
+}
+
+// Deep copy of src's elements or members (src an object or array) into dest,
+// a container of the same type: array elements are appended, members added
+// (replacing members of the same name). Depth first with its own stack, so
+// any depth works. A member or element is added only once its whole subtree
+// is copied; on failure the copies made so far at the top level stay, the
+// unfinished one is dropped, and each level logs on the way out.
+int copy_children(qv_json *doc, qv_json_node *dest, const qv_json_node *src) noexcept {
+    WalkStack<CopyFrame> stack;
+    auto frame_for = [](const qv_json_node *s, qv_json_node *d) {
+        CopyFrame f{s, d, nullptr, nullptr, nullptr, nullptr};
+        if (s->nodetype == QV_JSON_TYPE_ARRAY) {
+            f.tail = &d->u.children;
+            while (*f.tail != nullptr) f.tail = &(*f.tail)->next;
+        }
+        return f;
+    };
+    // The bottom frame fits in the stack's own storage: this cannot fail.
+    (void)stack.push(frame_for(src, dest));
+    int err = QV_ERROR_NONE;
+    while (err == QV_ERROR_NONE) {
+        CopyFrame &f = stack.top();
+        const qv_json_node *child;
+        if (f.src->nodetype == QV_JSON_TYPE_ARRAY) {
+            f.element = f.element == nullptr ? f.src->u.children : f.element->next;
+            child = f.element;
+        } else {
+            void *value = nullptr;
+            f.position = f.position == nullptr
+                             ? qv_stringhash_enumerate_start(f.src->u.hash, &f.key, &value)
+                             : qv_stringhash_enumerate_next(f.src->u.hash, f.position, &f.key, &value);
+            child = f.position != nullptr ? static_cast<const qv_json_node *>(value) : nullptr;
+        }
+        if (child == nullptr) {
+            // This container is complete: it joins the one it belongs to.
+            qv_json_node *done = f.dest;
+            stack.pop();
+            if (stack.empty()) return QV_ERROR_NONE;
+            err = attach(doc, stack.top(), done);
+            continue;
+        }
+        qv_json_node *n = copy_shallow(doc, child, &err);
+        if (n == nullptr) break;
+        if (!is_container(child)) {
+            err = attach(doc, f, n);
+        } else if (!stack.push(frame_for(child, n))) {
+            node_destroy(doc, n);
+            err = QV_ERROR_NO_MEMORY;
+        }
+    }
+    // Unwind: every level reports, and every unfinished copy is dropped.
+    while (!stack.empty()) {
+        CopyFrame &f = stack.top();
+        if (f.src->nodetype == QV_JSON_TYPE_ARRAY) {
+            if (err == QV_ERROR_NO_MEMORY) QV_LOG(7, "not enough memory to copy a node to an array");
+        } else {
+            QV_LOG(7, "unable to copy a node, error %d (%s)", err, qv_error_string(err));
+        }
+        qv_json_node *unfinished = f.dest;
+        stack.pop();
+        if (!stack.empty()) node_destroy(doc, unfinished);
+    }
+    return err;
+}
+
+// A new node of doc holding a deep copy of src; null with *err set on failure.
+qv_json_node *copy_value(qv_json *doc, const qv_json_node *src, int *err) noexcept {
+    qv_json_node *n = copy_shallow(doc, src, err);
+    if (n == nullptr || !is_container(src)) return n;
+    int rc = copy_children(doc, n, src);
+    if (rc != 0) {
+        *err = rc;
+        node_destroy(doc, n);
+        return nullptr;
+    }
+    return n;
 }
 
 int copy_node(qv_json *doc, qv_json_node *dest, qv_json *source, const qv_json_node *sourcenode) noexcept {

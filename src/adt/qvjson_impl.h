@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "internal/qvinternal.h"
 
@@ -59,6 +60,8 @@ struct Pool {
     qv_json_node *carve = nullptr;      // next never-used node of the newest chunk
     qv_json_node *carve_end = nullptr;
     size_t live = 0;                    // nodes handed out and not yet returned
+    qv_json_node *dying = nullptr;      // nodes waiting to be released (see node_destroy)
+    bool draining = false;
 };
 
 }  // namespace qv::json
@@ -99,6 +102,44 @@ inline int64_t number_integer(const qv_json_node *n) noexcept {
 // nearest double. [begin, end) is followed in memory by a byte that cannot
 // continue a number. Returns false when the result is not finite.
 bool decimal_to_double(const char *begin, const char *end, double *out) noexcept;
+
+// A stack for walking a tree without recursion (the writer, deep copies):
+// a tree built through the API can be nested as deep as memory allows, and
+// a call stack allows far less. The first levels need no allocation; push
+// returns false when growing fails (nothing logged).
+template <class Frame>
+class WalkStack {
+  public:
+    WalkStack() = default;
+    WalkStack(const WalkStack &) = delete;
+    WalkStack &operator=(const WalkStack &) = delete;
+    ~WalkStack() {
+        if (frames_ != inline_) qv_free(frames_);
+    }
+    bool empty() const noexcept { return count_ == 0; }
+    size_t size() const noexcept { return count_; }
+    Frame &top() noexcept { return frames_[count_ - 1]; }
+    void pop() noexcept { --count_; }
+    bool push(const Frame &f) noexcept {
+        if (count_ == capacity_) {
+            size_t capacity = capacity_ * 2;
+            auto *grown = static_cast<Frame *>(qv_malloc(qv_sizet_multiply_and_limit(capacity, sizeof(Frame))));
+            if (grown == nullptr) return false;
+            memcpy(static_cast<void *>(grown), frames_, count_ * sizeof(Frame));
+            if (frames_ != inline_) qv_free(frames_);
+            frames_ = grown;
+            capacity_ = capacity;
+        }
+        frames_[count_++] = f;
+        return true;
+    }
+
+  private:
+    Frame inline_[32];
+    Frame *frames_ = inline_;
+    size_t count_ = 0;
+    size_t capacity_ = 32;
+};
 
 // "%g" of value exactly as printf gives it in the C locale. out must hold 32
 // bytes; returns the length (the text is NUL-terminated).

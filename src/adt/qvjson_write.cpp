@@ -130,30 +130,9 @@ bool put_double(Writer *w, double d) noexcept {
     return put(w, tmp, n);
 }
 
-bool put_node(Writer *w, const qv_json_node *n) noexcept {
+// A scalar node's text.
+bool put_scalar(Writer *w, const qv_json_node *n) noexcept {
     switch (n->nodetype) {
-    case QV_JSON_TYPE_OBJECT: {
-        if (!put(w, "{ ", 2)) return false;
-        const char *key = nullptr;
-        void *value = nullptr;
-        void *pos = qv_stringhash_enumerate_start(n->u.hash, &key, &value);
-        while (pos != nullptr) {
-            if (!put_string(w, key) || !put(w, ": ", 2) ||
-                !put_node(w, static_cast<const qv_json_node *>(value)))
-                return false;
-            pos = qv_stringhash_enumerate_next(n->u.hash, pos, &key, &value);
-            if (!(pos != nullptr ? put(w, ", ", 2) : put(w, " ", 1))) return false;
-        }
-        return put(w, "}", 1);
-    }
-    case QV_JSON_TYPE_ARRAY: {
-        if (!put(w, "[ ", 2)) return false;
-        for (const qv_json_node *e = n->u.children; e != nullptr; e = e->next) {
-            if (!put_node(w, e)) return false;
-            if (!(e->next != nullptr ? put(w, ", ", 2) : put(w, " ", 1))) return false;
-        }
-        return put(w, "]", 1);
-    }
     case QV_JSON_TYPE_STRING:
         return put_string(w, n->u.string);
     case QV_JSON_TYPE_INTEGER:
@@ -172,6 +151,78 @@ bool put_node(Writer *w, const qv_json_node *n) noexcept {
     }
 }
 
+// An open object or array on the writer's path from the root (innermost on
+// top of the stack): for an object its enumeration position, for an array
+// its current element.
+struct Frame {
+    const qv_json_node *container;
+    void *position;
+    const qv_json_node *element;
+};
+
+// The whole tree below root, depth first, in the fixed spacing: an object
+// is "{ " members joined by ", " then " }" ("{ }" when empty), an array
+// likewise with brackets.
+bool put_tree(Writer *w, const qv_json_node *root) noexcept {
+    WalkStack<Frame> stack;
+    auto descend = [&stack](const Frame &f) {
+        if (stack.push(f)) return true;
+        QV_LOG(7, "not enough memory for JSON output");
+        return false;
+    };
+    const qv_json_node *n = root;
+    for (;;) {
+        // Write n, or open it and descend into its first child.
+        const char *key = nullptr;
+        void *value = nullptr;
+        if (n->nodetype == QV_JSON_TYPE_OBJECT) {
+            if (!put(w, "{ ", 2)) return false;
+            void *pos = qv_stringhash_enumerate_start(n->u.hash, &key, &value);
+            if (pos != nullptr) {
+                if (!descend({n, pos, nullptr}) || !put_string(w, key) || !put(w, ": ", 2)) return false;
+                n = static_cast<const qv_json_node *>(value);
+                continue;
+            }
+            if (!put(w, "}", 1)) return false;
+        } else if (n->nodetype == QV_JSON_TYPE_ARRAY) {
+            if (!put(w, "[ ", 2)) return false;
+            if (n->u.children != nullptr) {
+                if (!descend({n, nullptr, n->u.children})) return false;
+                n = n->u.children;
+                continue;
+            }
+            if (!put(w, "]", 1)) return false;
+        } else if (!put_scalar(w, n)) {
+            return false;
+        }
+
+        // n is complete: move to the next sibling of the innermost open
+        // container, closing every container that has none left.
+        for (;;) {
+            if (stack.empty()) return true;
+            Frame &f = stack.top();
+            if (f.container->nodetype == QV_JSON_TYPE_OBJECT) {
+                f.position = qv_stringhash_enumerate_next(f.container->u.hash, f.position, &key, &value);
+                if (f.position != nullptr) {
+                    if (!put(w, ", ", 2) || !put_string(w, key) || !put(w, ": ", 2)) return false;
+                    n = static_cast<const qv_json_node *>(value);
+                    break;
+                }
+                if (!put(w, " }", 2)) return false;
+            } else {
+                f.element = f.element->next;
+                if (f.element != nullptr) {
+                    if (!put(w, ", ", 2)) return false;
+                    n = f.element;
+                    break;
+                }
+                if (!put(w, " ]", 2)) return false;
+            }
+            stack.pop();
+        }
+    }
+}
+
 }  // namespace
 
 extern "C" QV_API char *qv_json_output(qv_json *qvjson) noexcept {
@@ -183,7 +234,7 @@ extern "C" QV_API char *qv_json_output(qv_json *qvjson) noexcept {
         return nullptr;
     }
     char *result = nullptr;
-    if (put_node(&w, qvjson->root)) {
+    if (put_tree(&w, qvjson->root)) {
         w.buf[w.len] = '\0';
         result = static_cast<char *>(qv_malloc(w.len + 1));
         if (result == nullptr)

@@ -130,6 +130,91 @@ TEST(JsonWrite, LargeDocumentsGrowTheBuffer) {
     qv_json_destroy(j);
 }
 
+// Arrays and objects nested depth levels deep, alternating, around the
+// integer 7; returns the text the writer must produce.
+std::string nest(qv_json *j, int depth) {
+    qv_json_node *n = nullptr;
+    std::string open, close;  // close is built backwards
+    for (int i = 0; i < depth; ++i) {
+        if (i % 2 == 0) {
+            qv_json_node_set_array(j, n);
+            if (n == nullptr) qv_json_fetch_node(j, &n, NULL);
+            n = qv_json_node_array_add(j, n);
+            open += "[ ";
+            close += "] ";
+        } else {
+            qv_json_node_set_object(j, n);
+            n = qv_json_node_object_add(j, n, "k");
+            open += "{ \"k\": ";
+            close += "} ";
+        }
+    }
+    qv_json_node_set_integer(j, n, 7);
+    return open + "7" + std::string(close.rbegin(), close.rend());
+}
+
+// The writer, deep copies and the destructor walk the tree without
+// recursing: a tree built through the API has no depth limit, and a stack
+// would have one.
+TEST(JsonWrite, TreesNestedFarBeyondTheStackAreWrittenCopiedAndDestroyed) {
+    qv_json *j = qv_json_create();
+    std::string want = nest(j, 300000);
+    EXPECT_EQ(output(j), want);
+    qv_json *copy = qv_json_create();
+    qv_json_node_set_array(copy, NULL);
+    qv_json_node *croot = nullptr;
+    qv_json_fetch_node(copy, &croot, NULL);
+    EXPECT_EQ(qv_json_node_copy(copy, croot, j), 0);
+    EXPECT_EQ(output(copy), want);
+    qv_json_destroy(copy);
+    qv_json_destroy(j);
+}
+
+// Deeper than the walks' first frames, so their stacks grow (and may fail
+// to). A failed copy leaves the destination as it was.
+TEST(JsonWrite, AllocationFailureWhileWritingOrCopyingADeepTree) {
+    qv_json *j = qv_json_create();
+    std::string want = nest(j, 200);
+    qvtest::alloc_failure_sweep([&](unsigned long failing) {
+        qvtest::LogCapture log;
+        char *out = qv_json_output(j);
+        if (out == nullptr) {
+            EXPECT_NE(failing, 0u);
+            ASSERT_FALSE(log.lines().empty());
+            EXPECT_EQ(log.lines().back().text.rfind("not enough memory for JSON output", 0), 0u);
+            return;
+        }
+        EXPECT_EQ(want, out);
+        qv_free(out);
+    });
+    qvtest::alloc_failure_sweep([&](unsigned long failing) {
+        qvtest::LogCapture log;
+        qv_json *copy = qv_json_create();
+        qv_json_node *croot = nullptr;
+        if (copy == nullptr || qv_json_node_set_array(copy, NULL) != 0 ||
+            qv_json_fetch_node(copy, &croot, NULL) != 0) {
+            EXPECT_NE(failing, 0u);
+            if (copy != nullptr) qv_json_destroy(copy);
+            return;
+        }
+        int rc = qv_json_node_copy(copy, croot, j);
+        if (rc == 0) {
+            // The failing allocation may be the writer's, after the copy.
+            std::string got = output(copy);
+            if (got != "<null>" || failing == 0) {
+                EXPECT_EQ(got, want);
+            }
+        } else {
+            EXPECT_EQ(rc, QV_ERROR_NO_MEMORY);
+            EXPECT_NE(failing, 0u);
+            EXPECT_FALSE(log.lines().empty());
+            EXPECT_EQ(output(copy), "[ ]");
+        }
+        qv_json_destroy(copy);
+    });
+    qv_json_destroy(j);
+}
+
 TEST(JsonWrite, AllocationFailureWhileWriting) {
     qv_json *j = qv_json_create();
     std::string text = "[";
