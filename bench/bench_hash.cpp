@@ -115,14 +115,20 @@ struct Item {
     qv_hash_link link;
 };
 
-struct QvIntrusive {
-    static uint32_t hash(const void *item, void *) { return static_cast<const Item *>(item)->hash; }
+// The callbacks a caller gives qv_hash for items with a hash and a key
+// (pointer or array) of their own.
+template <class T>
+struct ItemCallbacks {
+    static uint32_t hash(const void *item, void *) { return static_cast<const T *>(item)->hash; }
     static int compare(const void *a, const void *b, void *) {
-        const auto *x = static_cast<const Item *>(a);
-        const auto *y = static_cast<const Item *>(b);
+        const auto *x = static_cast<const T *>(a);
+        const auto *y = static_cast<const T *>(b);
         return x->hash != y->hash || strcmp(x->key, y->key) != 0;
     }
     static int destroy(void *, void *) { return 0; }
+};
+
+struct QvIntrusive : ItemCallbacks<Item> {
 
     // One item per key, shared by the (never simultaneous) tables of a run,
     // so building a table does not time a 32 MB allocation.
@@ -179,14 +185,7 @@ KeyedItem &fill_item(size_t i, const char *key) {
     return it;
 }
 
-struct QvIntrusiveKeyed {
-    static uint32_t hash(const void *item, void *) { return static_cast<const KeyedItem *>(item)->hash; }
-    static int compare(const void *a, const void *b, void *) {
-        const auto *x = static_cast<const KeyedItem *>(a);
-        const auto *y = static_cast<const KeyedItem *>(b);
-        return x->hash != y->hash || strcmp(x->key, y->key) != 0;
-    }
-    static int destroy(void *, void *) { return 0; }
+struct QvIntrusiveKeyed : ItemCallbacks<KeyedItem> {
     qv_hash *h = qv_hash_create(offsetof(KeyedItem, link), hash, compare, destroy, nullptr);
     ~QvIntrusiveKeyed() { qv_hash_destroy(h); }
     void add(size_t i, const char *key) { qv_hash_add(h, &fill_item(i, key)); }

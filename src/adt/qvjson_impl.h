@@ -117,7 +117,6 @@ class WalkStack {
         if (frames_ != inline_) qv_free(frames_);
     }
     bool empty() const noexcept { return count_ == 0; }
-    size_t size() const noexcept { return count_; }
     Frame &top() noexcept { return frames_[count_ - 1]; }
     void pop() noexcept { --count_; }
     bool push(const Frame &f) noexcept {
